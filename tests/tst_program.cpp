@@ -1,0 +1,270 @@
+// The program as a user starts it: the desktop session it runs in, the tray program, and the
+// command line against a real loopback service and the session's real keyring.
+#include "support/LoopbackHttpServer.h"
+#include "support/TestSupport.h"
+#include "service/KeychainStore.h"
+#include "system/SystemKeychain.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QSystemTrayIcon>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Run {
+    int exitCode = -1;
+    QString out;
+    QString err;
+};
+
+// Starts the program with the given arguments and environment additions and, while the test's
+// event loop keeps serving the loopback server, waits for it to end.
+Run runProgram(const QStringList &arguments, const QStringList &environment = {})
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove(QStringLiteral("PARLANTO_SERVICE_URL"));
+    for (const QString &assignment : environment)
+        env.insert(assignment.section(QLatin1Char('='), 0, 0), assignment.section(QLatin1Char('='), 1));
+    process.setProcessEnvironment(env);
+    process.start(parlantoBinary(), arguments);
+    if (!process.waitForStarted(5000))
+        return {};
+    QElapsedTimer timer;
+    timer.start();
+    while (process.state() != QProcess::NotRunning && timer.elapsed() < 20000)
+        QTest::qWait(10);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+// The tray program in its own configuration folder; stopped (TERM) when destroyed.
+class TrayProgram
+{
+public:
+    explicit TrayProgram(const QString &configHome)
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
+        m_process.setProcessEnvironment(env);
+        m_process.start(parlantoBinary(), {});
+    }
+    ~TrayProgram()
+    {
+        m_process.terminate();
+        if (!m_process.waitForFinished(5000))
+            m_process.kill();
+    }
+    // Reads standard output until a line starting with the prefix arrives.
+    QString waitForLine(const QString &prefix, int timeoutMs = 10000)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (timer.elapsed() < timeoutMs) {
+            while (m_process.canReadLine()) {
+                const QString line = QString::fromUtf8(m_process.readLine()).trimmed();
+                m_lines << line;
+                if (line.startsWith(prefix))
+                    return line;
+            }
+            if (m_process.state() == QProcess::NotRunning)
+                break;
+            m_process.waitForReadyRead(100);
+        }
+        return {};
+    }
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+    qint64 pid() const { return m_process.processId(); }
+    QStringList lines() const { return m_lines; }
+
+private:
+    QProcess m_process;
+    QStringList m_lines;
+};
+
+QString runTool(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(10000);
+    return QString::fromUtf8(process.readAllStandardOutput());
+}
+
+// The classes of the windows that the system tray (trayer) has embedded, e.g. "parlanto".
+QStringList trayClients()
+{
+    QStringList clients;
+    const QStringList tree = runTool(QStringLiteral("xwininfo"), {QStringLiteral("-root"), QStringLiteral("-tree")})
+                                 .split(QLatin1Char('\n'));
+    int panelIndent = -1;
+    for (const QString &line : tree) {
+        const QString trimmed = line.trimmed();
+        if (!trimmed.startsWith(QLatin1String("0x")))
+            continue;
+        const int indent = line.size() - line.trimmed().size();
+        if (trimmed.contains(QLatin1String("(\"panel\" \"trayer\")"))) {
+            panelIndent = indent;
+        } else if (panelIndent >= 0 && indent <= panelIndent) {
+            panelIndent = -1;
+        } else if (panelIndent >= 0) {
+            const qsizetype open = trimmed.indexOf(QLatin1String("(\""));
+            if (open >= 0)
+                clients << trimmed.mid(open + 2).section(QLatin1Char('"'), 0, 0);
+        }
+    }
+    return clients;
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+} // namespace
+
+class ProgramTest : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void desktopSessionIsLive();
+    void trayProgramStartsWithStoredSettings();
+    void trayProgramStartsWithDefaultsAndKeepsUnreadableFile();
+    void commandLineTranslates();
+    void commandLineReportsErrors();
+    void commandLineSendsTheKeyringToken();
+};
+
+void ProgramTest::desktopSessionIsLive()
+{
+    QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "no DISPLAY: run the tests through scripts/test");
+    QCOMPARE(QGuiApplication::platformName(), QStringLiteral("xcb"));
+    QVERIFY2(QSystemTrayIcon::isSystemTrayAvailable(), "no system tray in the session");
+    QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+    QVERIFY2(bus, "no D-Bus session bus");
+    for (const char *name : {"org.freedesktop.secrets", "org.freedesktop.Notifications", "org.a11y.Bus"})
+        QVERIFY2(bus->isServiceRegistered(QString::fromLatin1(name)), name);
+    QVERIFY2(QFileInfo(parlantoBinary()).isExecutable(), "the program was not built");
+}
+
+void ProgramTest::trayProgramStartsWithStoredSettings()
+{
+    QTemporaryDir config;
+    writeFile(config.filePath(QStringLiteral("parlanto/settings.json")), R"({
+        "auto_replace": false, "output_mode": "bilingual", "bilingual_template": "{translated}\n--\n{original}",
+        "default_language": "fr", "inline_translation_enabled": true, "popup_dismiss_delay": 30,
+        "hotkey_configs": {"data": "W3siaWQiOiI0RjlFNkQ0Qi0xQjJBLTRDM0QtOEU1Ri02QTdCOEM5RDBFMUYiLCJ0YXJnZXRMYW5ndWFnZSI6ImphIiwia2V5Q29kZSI6MCwibW9kaWZpZXJzIjo0MDk2LCJpc0VuYWJsZWQiOmZhbHNlfV0="}
+    })");
+    QVERIFY(!trayClients().contains(QLatin1String("parlanto")));
+    TrayProgram program(config.path());
+    const QString line = program.waitForLine(QStringLiteral("[Settings] loaded:"));
+    QVERIFY2(!line.isEmpty(), qPrintable(program.lines().join(QLatin1Char('\n'))));
+    for (const char *expected : {"auto_replace=false", "output_mode=bilingual",
+                                 "bilingual_template=\"{translated}\\n--\\n{original}\"", "default_language=fr",
+                                 "inline_translation_enabled=true", "popup_dismiss_delay=30",
+                                 "hotkeys=[ja key 0 modifiers 0x1000 (disabled)]"})
+        QVERIFY2(line.contains(QLatin1String(expected)), qPrintable(line + QStringLiteral(" lacks ") + QLatin1String(expected)));
+
+    // The icon is embedded in the tray and the program stays up.
+    QTRY_COMPARE_WITH_TIMEOUT(trayClients().count(QLatin1String("parlanto")), 1, 10000);
+    QTest::qWait(300);
+    QVERIFY(program.isRunning());
+    const QString shots = screenshotDir();
+    runTool(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"), QStringLiteral("-crop"),
+                                       QStringLiteral("200x24+1080+0"), shots + QStringLiteral("/tray-idle.png")});
+    QVERIFY(QFileInfo::exists(shots + QStringLiteral("/tray-idle.png")));
+}
+
+void ProgramTest::trayProgramStartsWithDefaultsAndKeepsUnreadableFile()
+{
+    QTemporaryDir config;
+    const QString file = config.filePath(QStringLiteral("parlanto/settings.json"));
+    writeFile(file, "{ \"auto_replace\": tru");
+    TrayProgram program(config.path());
+    const QString line = program.waitForLine(QStringLiteral("[Settings] loaded:"));
+    QVERIFY2(line.contains(QLatin1String("auto_replace=true output_mode=translate_only")), qPrintable(line));
+    QVERIFY(line.contains(QLatin1String("hotkeys=[en key 14 modifiers 0x300, vi key 9 modifiers 0x300]")));
+    QVERIFY(program.lines().join(QLatin1Char('\n')).contains(QLatin1String("moved aside")));
+    const QStringList aside = QDir(config.filePath(QStringLiteral("parlanto")))
+                                  .entryList({QStringLiteral("settings.json.unreadable-*")});
+    QCOMPARE(aside.size(), 1);
+    QFile kept(config.filePath(QStringLiteral("parlanto/") + aside.first()));
+    QVERIFY(kept.open(QIODevice::ReadOnly));
+    QCOMPARE(kept.readAll(), QByteArray("{ \"auto_replace\": tru"));
+}
+
+void ProgramTest::commandLineTranslates()
+{
+    LoopbackHttpServer server;
+    server.enqueue(LoopbackHttpServer::Reply::json(
+        200, R"({"translated_text":"Buenos días","characters_used":12,"remaining_quota":4988})"));
+    const Run run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("es"),
+                                QStringLiteral("Good"), QStringLiteral("morning")},
+                               {QStringLiteral("PARLANTO_SERVICE_URL=") + server.url().toString()});
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.out, QStringLiteral("Buenos días\n"));
+    QCOMPARE(server.requests().size(), 1);
+    QCOMPARE(server.requests().first().path, QByteArray("/translate"));
+    const QJsonObject body = QJsonDocument::fromJson(server.requests().first().body).object();
+    QCOMPARE(body, (QJsonObject{{QStringLiteral("text"), QStringLiteral("Good morning")},
+                                {QStringLiteral("target_language"), QStringLiteral("es")},
+                                {QStringLiteral("mode"), QStringLiteral("translate")}}));
+}
+
+void ProgramTest::commandLineReportsErrors()
+{
+    LoopbackHttpServer server;
+    const QString url = QStringLiteral("PARLANTO_SERVICE_URL=") + server.url().toString();
+    server.enqueue(LoopbackHttpServer::Reply::json(429, R"({"error":"rate_limited"})"));
+    Run run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("ja"), QStringLiteral("hi")}, {url});
+    QCOMPARE(run.exitCode, 1);
+    QCOMPARE(run.err, QStringLiteral("Too many requests. Please wait a moment.\n"));
+    QVERIFY(run.out.isEmpty());
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("xx"), QStringLiteral("hi")}, {url});
+    QCOMPARE(run.exitCode, 2);
+    QVERIFY2(run.err.contains(QLatin1String("unknown language \"xx\"")), qPrintable(run.err));
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("hi")}, {url});
+    QCOMPARE(run.exitCode, 2);
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("es"), QStringLiteral("hi")},
+                     {QStringLiteral("PARLANTO_SERVICE_URL=http://192.0.2.1/")});
+    QCOMPARE(run.exitCode, 1);
+    QCOMPARE(run.err, QStringLiteral("Invalid URL\n"));
+    QCOMPARE(server.requests().size(), 1);
+}
+
+void ProgramTest::commandLineSendsTheKeyringToken()
+{
+    KeychainStore keychain(createSystemKeychainBackend());
+    const std::optional<QString> previous = keychain.load(KeychainStore::sessionTokenKey);
+    QVERIFY(keychain.save(KeychainStore::sessionTokenKey, QStringLiteral("tok-ü-42")));
+    LoopbackHttpServer server;
+    server.enqueue(LoopbackHttpServer::Reply::json(200, R"({"translated_text":"Bonjour","characters_used":5})"));
+    const Run run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("fr"), QStringLiteral("Hello")},
+                               {QStringLiteral("PARLANTO_SERVICE_URL=") + server.url().toString()});
+    if (previous)
+        keychain.save(KeychainStore::sessionTokenKey, *previous);
+    else
+        keychain.remove(KeychainStore::sessionTokenKey);
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(server.requests().first().header("Authorization"), QString::fromUtf8("Bearer tok-ü-42").toUtf8());
+    QVERIFY2(!run.out.contains(QLatin1String("tok-")) && !run.err.contains(QLatin1String("tok-")), "the token was printed");
+}
+
+QTEST_MAIN(ProgramTest)
+#include "tst_program.moc"
