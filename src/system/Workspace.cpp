@@ -1,0 +1,7 @@
+#include "system/Workspace.h"
+#include "BuildConfig.h"
+
+QString Workspace::ownApplicationId()
+{
+    return QString::fromLatin1(BuildConfig::bundleId);
+}
