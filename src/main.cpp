@@ -1,6 +1,7 @@
 #include "app/ApplicationController.h"
 #include "app/CommandLine.h"
 #include "app/PlatformFactory.h"
+#include "ui/Localisation.h"
 
 #include "BuildConfig.h"
 
@@ -35,6 +36,7 @@ int main(int argc, char *argv[])
     QApplication app(argc, argv);
     describeApplication();
     QApplication::setQuitOnLastWindowClosed(false);
+    installTranslations();
     installSystemBackends();
     ApplicationController controller;
     controller.launch();

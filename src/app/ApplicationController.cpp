@@ -4,7 +4,7 @@
 #include "state/HotkeyConfig.h"
 #include "state/Log.h"
 #include "state/SettingsStore.h"
-#include "ui/StatusItem.h"
+#include "ui/MenuBarController.h"
 
 #include <QApplication>
 
@@ -21,6 +21,6 @@ void ApplicationController::launch()
     state.setAutoReplace(AppState::storedAutoReplace(SettingsStore::shared()));
     logLine("Settings", QStringLiteral("loaded: ") + settingsSummary(state, loadHotkeyConfigs()));
 
-    m_statusItem = std::make_unique<StatusItem>();
-    connect(m_statusItem.get(), &StatusItem::quitRequested, qApp, &QCoreApplication::quit);
+    m_menuBar = std::make_unique<MenuBarController>();
+    connect(m_menuBar.get(), &MenuBarController::quitRequested, qApp, &QCoreApplication::quit);
 }

@@ -3,7 +3,7 @@
 #include <QObject>
 #include <memory>
 
-class StatusItem;
+class MenuBarController;
 
 // Owns the tray program's controllers and runs its launch and quit sequences.
 class ApplicationController : public QObject
@@ -16,5 +16,5 @@ public:
     void launch();
 
 private:
-    std::unique_ptr<StatusItem> m_statusItem;
+    std::unique_ptr<MenuBarController> m_menuBar;
 };

@@ -1,5 +1,6 @@
 #include "ui/Icons.h"
 
+#include <QFile>
 #include <QGuiApplication>
 #include <QPainter>
 #include <QPalette>
@@ -28,7 +29,10 @@ QIcon tintedMask(const QString &resource, const QColor &colour)
 
 } // namespace
 
-QIcon Icons::trayIdle()
+QIcon Icons::trayIcon(const QString &name)
 {
-    return tintedMask(QStringLiteral(":/icons/tray-idle.svg"), QGuiApplication::palette().color(QPalette::WindowText));
+    const QString resource = QStringLiteral(":/icons/") + name + QStringLiteral(".svg");
+    if (!QFile::exists(resource))
+        return {};
+    return tintedMask(resource, QGuiApplication::palette().color(QPalette::WindowText));
 }

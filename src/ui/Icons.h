@@ -3,6 +3,7 @@
 #include <QIcon>
 
 namespace Icons {
-// The tray icon, drawn from our monochrome mask in the panel's text colour.
-QIcon trayIdle();
+// A tray icon by name ("translate", "arrow.triangle.2.circlepath", ...): our monochrome mask
+// drawn in the panel's text colour. Null when there is no such icon.
+QIcon trayIcon(const QString &name);
 }
