@@ -1,15 +1,33 @@
 #include "support/DesktopApp.h"
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QFileInfo>
 #include <QTest>
 
 #include <signal.h>
 
+namespace {
+
+// Set by CTest; found beside the build's tests and in the source tree otherwise (benchmarks).
+QString testAppsDir()
+{
+    const QString dir = qEnvironmentVariable("PARLANTO_TEST_APPS_DIR");
+    return dir.isEmpty() ? QCoreApplication::applicationDirPath() + QStringLiteral("/../tests/apps") : dir;
+}
+
+QString testScriptsDir()
+{
+    const QString dir = qEnvironmentVariable("PARLANTO_TEST_SCRIPTS_DIR");
+    return dir.isEmpty() ? QFileInfo(QStringLiteral(__FILE__)).absolutePath() + QStringLiteral("/../apps") : dir;
+}
+
+} // namespace
+
 std::unique_ptr<DesktopApp> DesktopApp::gtkFields(const QStringList &arguments)
 {
     std::unique_ptr<DesktopApp> app(new DesktopApp);
-    const QString script = qEnvironmentVariable("PARLANTO_TEST_SCRIPTS_DIR") + QStringLiteral("/gtk_fields.py");
+    const QString script = testScriptsDir() + QStringLiteral("/gtk_fields.py");
     app->m_name = QStringLiteral("gtk_fields");
     if (!app->start(QStringLiteral("/usr/bin/python3"), QStringList{script} + arguments, true))
         return nullptr;
@@ -20,7 +38,7 @@ std::unique_ptr<DesktopApp> DesktopApp::qtEditor(const QStringList &arguments)
 {
     std::unique_ptr<DesktopApp> app(new DesktopApp);
     app->m_name = QStringLiteral("qt_test_editor");
-    if (!app->start(qEnvironmentVariable("PARLANTO_TEST_APPS_DIR") + QStringLiteral("/qt_test_editor"), arguments, false))
+    if (!app->start(testAppsDir() + QStringLiteral("/qt_test_editor"), arguments, false))
         return nullptr;
     return app;
 }

@@ -53,7 +53,7 @@ QByteArray X11Workspace::property(xcb_window_t window, xcb_atom_t property, xcb_
         m_connection, xcb_get_property(m_connection, 0, window, property, type, 0, 1024), nullptr);
     QByteArray value;
     if (reply && reply->type != XCB_ATOM_NONE)
-        value = QByteArray(static_cast<const char *>(xcb_get_property_value(reply)), xcb_get_property_value_length(reply) * (reply->format / 8));
+        value = QByteArray(static_cast<const char *>(xcb_get_property_value(reply)), xcb_get_property_value_length(reply)) /* already in bytes */;
     std::free(reply);
     return value;
 }
