@@ -29,7 +29,8 @@ struct Run {
 
 // Starts the program with the given arguments and environment additions and, while the test's
 // event loop keeps serving the loopback server, waits for it to end.
-Run runProgram(const QStringList &arguments, const QStringList &environment = {})
+Run runProgram(const QStringList &arguments, const QStringList &environment = {},
+               const std::optional<QByteArray> &standardInput = std::nullopt)
 {
     QProcess process;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -40,6 +41,10 @@ Run runProgram(const QStringList &arguments, const QStringList &environment = {}
     process.start(parlantoBinary(), arguments);
     if (!process.waitForStarted(5000))
         return {};
+    if (standardInput) {
+        process.write(*standardInput);
+        process.closeWriteChannel();
+    }
     QElapsedTimer timer;
     timer.start();
     while (process.state() != QProcess::NotRunning && timer.elapsed() < 20000)
@@ -146,6 +151,10 @@ private Q_SLOTS:
     void commandLineTranslates();
     void commandLineReportsErrors();
     void commandLineSendsTheKeyringToken();
+    void commandLineTranslatesOfflineWithoutConfiguration();
+    void commandLineChoosesEngineAndSource();
+    void commandLineListsEngines();
+    void commandLineRejectsUnknownEngines();
 };
 
 void ProgramTest::desktopSessionIsLive()
@@ -264,6 +273,115 @@ void ProgramTest::commandLineSendsTheKeyringToken()
     QCOMPARE(run.exitCode, 0);
     QCOMPARE(server.requests().first().header("Authorization"), QString::fromUtf8("Bearer tok-ü-42").toUtf8());
     QVERIFY2(!run.out.contains(QLatin1String("tok-")) && !run.err.contains(QLatin1String("tok-")), "the token was printed");
+}
+
+void ProgramTest::commandLineTranslatesOfflineWithoutConfiguration()
+{
+    Run run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("es"), QStringLiteral("Good morning")});
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.out, QStringLiteral("Buenos días\n")); // diagnostics go to standard error
+
+    // Standard input, all of it, line breaks and paragraphs kept.
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("en"), QStringLiteral("-")}, {},
+                     QByteArray("Buenos días.\n\nEl gato duerme.\n"));
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.out, QStringLiteral("Good morning.\n\nThe cat sleeps.\n"));
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("ja"), QStringLiteral("Good morning")});
+    QCOMPARE(run.exitCode, 1);
+    QVERIFY2(run.err.contains(QLatin1String("cannot translate into Japanese")), qPrintable(run.err));
+    QVERIFY(run.out.isEmpty());
+}
+
+void ProgramTest::commandLineChoosesEngineAndSource()
+{
+    LoopbackHttpServer server;
+    server.enqueue(LoopbackHttpServer::Reply::json(200, R"({"translatedText":"Hola\n\nmundo"})"));
+    Run run = runProgram({QStringLiteral("translate"), QStringLiteral("--engine"), QStringLiteral("libretranslate"),
+                          QStringLiteral("--from=en"), QStringLiteral("--to"), QStringLiteral("es"), QStringLiteral("-")},
+                         {QStringLiteral("PARLANTO_LIBRETRANSLATE_URL=") + server.url().toString(),
+                          QStringLiteral("PARLANTO_LIBRETRANSLATE_KEY=lt-env-key")},
+                         QString::fromUtf8("Hello\n\nwörld\n").toUtf8());
+    QCOMPARE(run.exitCode, 0);
+    QCOMPARE(run.out, QStringLiteral("Hola\n\nmundo\n"));
+    QCOMPARE(server.requests().size(), 1);
+    QCOMPARE(QJsonDocument::fromJson(server.requests().first().body).object(),
+             (QJsonObject{{QStringLiteral("q"), QString::fromUtf8("Hello\n\nwörld")},
+                          {QStringLiteral("source"), QStringLiteral("en")},
+                          {QStringLiteral("target"), QStringLiteral("es")},
+                          {QStringLiteral("format"), QStringLiteral("text")},
+                          {QStringLiteral("api_key"), QStringLiteral("lt-env-key")}}));
+
+    // PARLANTO_ENGINE chooses when --engine is not given; the key comes from the environment.
+    server.enqueue(LoopbackHttpServer::Reply::json(456, R"({"message":"Quota Exceeded"})"));
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("de"), QStringLiteral("Hello")},
+                     {QStringLiteral("PARLANTO_ENGINE=deepl"), QStringLiteral("PARLANTO_DEEPL_URL=") + server.url().toString(),
+                      QStringLiteral("PARLANTO_DEEPL_KEY=dl-env-key:fx")});
+    QCOMPARE(run.exitCode, 1);
+    QCOMPARE(run.err, QStringLiteral("You have used this month's translation quota.\n"));
+    QCOMPARE(server.requests().last().path, QByteArray("/v2/translate"));
+    QCOMPARE(server.requests().last().header("Authorization"), QByteArray("DeepL-Auth-Key dl-env-key:fx"));
+    QVERIFY(!run.out.contains(QLatin1String("env-key")) && !run.err.contains(QLatin1String("env-key")));
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("es"), QStringLiteral("-")}, {},
+                     QByteArray("caf\xe9\n"));
+    QCOMPARE(run.exitCode, 2);
+    QCOMPARE(run.err, QStringLiteral("parlanto translate: standard input is not UTF-8 text\n"));
+}
+
+void ProgramTest::commandLineListsEngines()
+{
+    Run run = runProgram({QStringLiteral("engines")});
+    QCOMPARE(run.exitCode, 0);
+    const QStringList lines = run.out.split(QLatin1Char('\n'));
+    const auto lineOf = [&](const QString &engine) {
+        for (const QString &line : lines) {
+            if (line.mid(2).startsWith(engine + QLatin1Char(' ')))
+                return line;
+        }
+        return QString();
+    };
+    QVERIFY2(lineOf(QStringLiteral("offline")).startsWith(QLatin1String("* offline         ready")), qPrintable(run.out));
+    QVERIFY(run.out.contains(QLatin1String("directions: ")) && run.out.contains(QString::fromUtf8("en → es"))
+            && run.out.contains(QString::fromUtf8("en → pt (via es)")));
+    QVERIFY2(lineOf(QStringLiteral("service")).contains(QLatin1String("not configured")), qPrintable(run.out));
+    QVERIFY(lineOf(QStringLiteral("deepl")).contains(QLatin1String("not configured")));
+    QVERIFY(lineOf(QStringLiteral("deepl")).contains(QLatin1String("no API key stored as \"deepl_api_key\"")));
+    QVERIFY(lineOf(QStringLiteral("libretranslate")).contains(QLatin1String("not configured")));
+    QVERIFY(lineOf(QStringLiteral("openai")).contains(QLatin1String("https://api.openai.com/v1, model \"gpt-4o-mini\"")));
+
+    run = runProgram({QStringLiteral("engines")},
+                     {QStringLiteral("PARLANTO_ENGINE=openai"), QStringLiteral("PARLANTO_OPENAI_URL=http://127.0.0.1:11434/v1"),
+                      QStringLiteral("PARLANTO_OPENAI_MODEL=llama3.2"), QStringLiteral("PARLANTO_DEEPL_KEY=dl-secret:fx")});
+    QCOMPARE(run.exitCode, 0);
+    QVERIFY2(run.out.contains(QLatin1String("* openai          ready           http://127.0.0.1:11434/v1, model \"llama3.2\"")),
+             qPrintable(run.out));
+    QVERIFY(run.out.contains(QLatin1String("  offline         ready")));
+    QVERIFY(run.out.contains(QLatin1String("deepl           ready           https://api-free.deepl.com, API key stored")));
+    QVERIFY(!run.out.contains(QLatin1String("dl-secret")));
+}
+
+void ProgramTest::commandLineRejectsUnknownEngines()
+{
+    const QString valid = QStringLiteral("use one of: service, offline, deepl, libretranslate, openai\n");
+    Run run = runProgram({QStringLiteral("translate"), QStringLiteral("--engine"), QStringLiteral("google"),
+                          QStringLiteral("--to"), QStringLiteral("es"), QStringLiteral("hi")});
+    QCOMPARE(run.exitCode, 2);
+    QCOMPARE(run.err, QStringLiteral("parlanto translate: unknown engine \"google\"; ") + valid);
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("es"), QStringLiteral("hi")},
+                     {QStringLiteral("PARLANTO_ENGINE=bing")});
+    QCOMPARE(run.exitCode, 2);
+    QCOMPARE(run.err, QStringLiteral("parlanto translate: PARLANTO_ENGINE names an unknown engine \"bing\"; ") + valid);
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--from"), QStringLiteral("xx"), QStringLiteral("--to"),
+                      QStringLiteral("es"), QStringLiteral("hi")});
+    QCOMPARE(run.exitCode, 2);
+    QVERIFY2(run.err.contains(QLatin1String("unknown language \"xx\"")), qPrintable(run.err));
+
+    run = runProgram({QStringLiteral("translate"), QStringLiteral("--to"), QStringLiteral("es"), QStringLiteral("--engine")});
+    QCOMPARE(run.exitCode, 2);
+    QCOMPARE(run.err, QStringLiteral("parlanto translate: --engine needs a value\n"));
 }
 
 QTEST_MAIN(ProgramTest)

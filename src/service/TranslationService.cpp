@@ -1,211 +1,31 @@
 #include "service/TranslationService.h"
 
-#include "BuildConfig.h"
-#include "service/KeychainStore.h"
+#include "service/DeepLEngine.h"
+#include "service/EngineSettings.h"
+#include "service/LibreTranslateEngine.h"
+#include "service/OfflineEngine.h"
+#include "service/OpenAiEngine.h"
+#include "service/WebServiceEngine.h"
 #include "state/AppState.h"
 
 #include <QCoreApplication>
-#include <QJsonDocument>
-#include <QJsonObject>
+#include <QPromise>
 #include <QTextBoundaryFinder>
 #include <QThread>
+#include <QCoro/QCoroFuture>
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 namespace {
 
-const char *const serviceUrlVariable = "PARLANTO_SERVICE_URL";
-
-// A JSON number without a fractional part.
-std::optional<qint64> integerValue(const QJsonValue &value)
+QString keyState(const QString &engineId)
 {
-    if (!value.isDouble())
-        return std::nullopt;
-    const double number = value.toDouble();
-    if (std::trunc(number) != number || std::abs(number) > 9.007199254740992e15)
-        return std::nullopt;
-    return static_cast<qint64>(number);
-}
-
-// An optional string member: absent and null are "none", anything but a string is malformed.
-bool optionalString(const QJsonObject &object, const QString &key, std::optional<QString> &out)
-{
-    const QJsonValue value = object.value(key);
-    if (value.isUndefined() || value.isNull())
-        return true;
-    if (!value.isString())
-        return false;
-    out = value.toString();
-    return true;
-}
-
-std::optional<QJsonObject> jsonObject(const QByteArray &body, QString &why)
-{
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(body, &parseError);
-    if (parseError.error != QJsonParseError::NoError) {
-        why = parseError.errorString();
-        return std::nullopt;
-    }
-    if (!document.isObject()) {
-        why = QStringLiteral("the reply is not a JSON object");
-        return std::nullopt;
-    }
-    return document.object();
-}
-
-// The body of a 200 reply.
-std::variant<TranslateResponse, QString> decodeTranslation(const QByteArray &body)
-{
-    QString why;
-    const auto object = jsonObject(body, why);
-    if (!object)
-        return why;
-    const QJsonValue text = object->value(u"translated_text");
-    if (!text.isString())
-        return QStringLiteral("\"translated_text\" is missing or not a string");
-    const auto used = integerValue(object->value(u"characters_used"));
-    if (!used)
-        return QStringLiteral("\"characters_used\" is missing or not an integer");
-    TranslateResponse response{text.toString(), *used, std::nullopt};
-    const QJsonValue quota = object->value(u"remaining_quota");
-    if (!quota.isUndefined() && !quota.isNull()) {
-        response.remainingQuota = integerValue(quota);
-        if (!response.remainingQuota)
-            return QStringLiteral("\"remaining_quota\" is not an integer");
-    }
-    return response;
-}
-
-// The body of an error reply; none when it is not one ("error" is required).
-struct ApiError
-{
-    QString error;
-    std::optional<QString> message;
-    std::optional<QString> upgradeUrl;
-};
-
-std::optional<ApiError> decodeApiError(const QByteArray &body)
-{
-    QString why;
-    const auto object = jsonObject(body, why);
-    if (!object)
-        return std::nullopt;
-    const QJsonValue code = object->value(u"error");
-    if (!code.isString())
-        return std::nullopt;
-    ApiError error{code.toString(), std::nullopt, std::nullopt};
-    if (!optionalString(*object, QStringLiteral("message"), error.message)
-        || !optionalString(*object, QStringLiteral("upgrade_url"), error.upgradeUrl))
-        return std::nullopt;
-    return error;
+    const QString account = EngineSettings::keyAccount(engineId);
+    return EngineSettings::apiKey(engineId) ? QStringLiteral("API key stored as \"%1\"").arg(account)
+                                            : QStringLiteral("no API key stored as \"%1\"").arg(account);
 }
 
 } // namespace
-
-// --- WebServiceEngine ---------------------------------------------------------------------------
-
-WebServiceEngine::WebServiceEngine(HttpJsonClient::Limits limits)
-    : m_http(limits)
-{
-}
-
-QString WebServiceEngine::configuredBaseUrl()
-{
-    if (qEnvironmentVariableIsSet(serviceUrlVariable))
-        return qEnvironmentVariable(serviceUrlVariable);
-    return QString::fromUtf8(BuildConfig::serviceUrl);
-}
-
-std::optional<QUrl> WebServiceEngine::endpointUrl(const QString &baseUrl)
-{
-    QUrl url(baseUrl.trimmed(), QUrl::StrictMode);
-    if (url.isRelative() || url.hasQuery() || url.hasFragment() || !HttpJsonClient::isPermittedUrl(url))
-        return std::nullopt;
-    QString path = url.path();
-    while (path.endsWith(u'/'))
-        path.chop(1);
-    url.setPath(path + QStringLiteral("/translate"));
-    return url;
-}
-
-TranslationResult WebServiceEngine::interpretReply(const HttpReplyResult &reply)
-{
-    switch (reply.transport) {
-    case HttpReplyResult::Transport::TimedOut:
-        return TranslationError::timeout();
-    case HttpReplyResult::Transport::NetworkError:
-        return TranslationError::networkError(reply.errorString);
-    case HttpReplyResult::Transport::Ok:
-        break;
-    }
-    const QByteArray &body = reply.body; // empty when it was too large
-
-    switch (reply.status) {
-    case 0:
-        return TranslationError::serverError(QStringLiteral("Invalid response"));
-    case 200: {
-        auto decoded = decodeTranslation(body);
-        if (auto *response = std::get_if<TranslateResponse>(&decoded))
-            return std::move(*response);
-        return TranslationError::decodingError(
-            reply.bodyTooLarge ? QStringLiteral("the reply is too large") : std::get<QString>(decoded));
-    }
-    case 400: {
-        const auto error = decodeApiError(body);
-        const QString message = error ? error->message.value_or(QString()) : QString();
-        const QString lower = message.toLower();
-        if (error && error->error == u"validation_error"
-            && (lower.contains(u"5,000") || lower.contains(u"exceeds")))
-            return TranslationError::textTooLong();
-        return TranslationError::serverError(message.isEmpty() ? QStringLiteral("Validation error") : message);
-    }
-    case 401:
-        return TranslationError::unauthorized();
-    case 429: {
-        const auto error = decodeApiError(body);
-        if (error && error->error == u"quota_exceeded")
-            return TranslationError::quotaExceeded(error->upgradeUrl);
-        return TranslationError::rateLimited();
-    }
-    case 502:
-    case 504: // a failing gateway looks like a time-out to the user, on purpose
-        return TranslationError::timeout();
-    default: {
-        const auto error = decodeApiError(body);
-        const auto message = error ? error->message : std::nullopt;
-        return TranslationError::unknownError(reply.status, message.value_or(QStringLiteral("Unknown error")));
-    }
-    }
-}
-
-QCoro::Task<TranslationResult> WebServiceEngine::translate(QString text, QString targetLanguage)
-{
-    const QString base = configuredBaseUrl();
-    if (base.trimmed().isEmpty())
-        co_return TranslationError::serverError(QStringLiteral("No translation service is configured."));
-    const auto url = endpointUrl(base);
-    if (!url)
-        co_return TranslationError::serverError(QStringLiteral("Invalid URL"));
-
-    HttpHeaders headers;
-    // Read on every call: signing in or out elsewhere takes effect on the next request.
-    const auto token = KeychainStore::shared().load(KeychainStore::sessionTokenKey);
-    if (token && !token->isEmpty())
-        headers.append({QByteArrayLiteral("Authorization"), "Bearer " + token->toUtf8()});
-
-    const QJsonObject request{
-        {QStringLiteral("text"), text},
-        {QStringLiteral("target_language"), targetLanguage},
-        {QStringLiteral("mode"), QStringLiteral("translate")},
-    };
-    const HttpReplyResult reply =
-        co_await m_http.post(*url, std::move(headers), QJsonDocument(request).toJson(QJsonDocument::Compact));
-    co_return interpretReply(reply);
-}
-
-// --- TranslationService -------------------------------------------------------------------------
 
 TranslationService &TranslationService::shared()
 {
@@ -216,8 +36,71 @@ TranslationService &TranslationService::shared()
 TranslationService::TranslationService(HttpJsonClient::Limits limits, QObject *parent)
     : QObject(parent)
     , m_limits(limits)
-    , m_webService(limits)
 {
+}
+
+TranslationService::~TranslationService() = default;
+
+std::unique_ptr<TranslationEngine> TranslationService::createEngine(const QString &id, HttpJsonClient::Limits limits)
+{
+    if (id == EngineIds::service)
+        return std::make_unique<WebServiceEngine>(limits);
+    if (id == EngineIds::offline)
+        return std::make_unique<OfflineEngine>();
+    if (id == EngineIds::deepl)
+        return std::make_unique<DeepLEngine>(limits);
+    if (id == EngineIds::libretranslate)
+        return std::make_unique<LibreTranslateEngine>(limits);
+    if (id == EngineIds::openai)
+        return std::make_unique<OpenAiEngine>(limits);
+    return nullptr;
+}
+
+QString TranslationService::unknownEngineMessage(const QString &id)
+{
+    return QStringLiteral("Unknown translation engine \"%1\". Use one of: %2.")
+        .arg(id, EngineSettings::engineIds().join(QStringLiteral(", ")));
+}
+
+TranslationEngine *TranslationService::engine(const QString &id)
+{
+    auto found = m_engines.find(id);
+    if (found == m_engines.end()) {
+        auto made = createEngine(id, m_limits);
+        if (!made)
+            return nullptr;
+        found = m_engines.emplace(id, std::move(made)).first;
+    }
+    return found->second.get();
+}
+
+QList<EngineStatus> TranslationService::engineStatuses()
+{
+    const QString selected = EngineSettings::selectedEngine();
+    QList<EngineStatus> statuses;
+    for (const QString &id : EngineSettings::engineIds()) {
+        TranslationEngine *instance = engine(id);
+        EngineStatus status{id, instance->isConfigured(), id == selected, {}, {}};
+        if (id == EngineIds::service) {
+            const QString url = WebServiceEngine::configuredBaseUrl().trimmed();
+            status.details = url.isEmpty() ? QStringLiteral("no service URL (PARLANTO_SERVICE_URL)") : url;
+        } else if (id == EngineIds::offline) {
+            if (auto *offline = dynamic_cast<OfflineEngine *>(instance))
+                status.directions = offline->directionNames();
+            status.details = status.configured ? QStringLiteral("Apertium on this machine")
+                                                : QStringLiteral("no Apertium language pairs installed");
+        } else if (id == EngineIds::deepl) {
+            const auto key = EngineSettings::apiKey(id);
+            status.details = (key ? EngineSettings::deepLUrl(*key) + QStringLiteral(", ") : QString()) + keyState(id);
+        } else if (id == EngineIds::libretranslate) {
+            status.details = EngineSettings::libreTranslateUrl() + QStringLiteral(", ") + keyState(id);
+        } else if (id == EngineIds::openai) {
+            status.details = QStringLiteral("%1, model \"%2\", %3")
+                                 .arg(EngineSettings::openAiUrl(), EngineSettings::openAiModel(), keyState(id));
+        }
+        statuses.append(status);
+    }
+    return statuses;
 }
 
 qsizetype TranslationService::characterCount(const QString &text, qsizetype limit)
@@ -233,23 +116,59 @@ qsizetype TranslationService::characterCount(const QString &text, qsizetype limi
 
 QCoro::Task<TranslationResult> TranslationService::translate(QString text, QString targetLanguage)
 {
+    return translate(std::move(text), std::move(targetLanguage), TranslateOptions{});
+}
+
+QCoro::Task<TranslationResult> TranslationService::translate(QString text, QString targetLanguage,
+                                                             TranslateOptions options)
+{
     const qsizetype count = characterCount(text);
     if (count < 1)
         co_return TranslationError::networkError(QStringLiteral("empty"));
     if (count > maxCharacters)
         co_return TranslationError::textTooLong();
 
-    // Network objects belong to the thread that made them: a caller on another thread gets an
-    // engine of its own for this one call.
-    std::optional<WebServiceEngine> callersEngine;
-    WebServiceEngine *engine = &m_webService;
-    if (QThread::currentThread() != thread())
-        engine = &callersEngine.emplace(m_limits);
+    const QString id = options.engine.isEmpty() ? EngineSettings::selectedEngine() : options.engine.trimmed().toLower();
+    if (!EngineSettings::isKnownEngine(id))
+        co_return TranslationError::serverError(unknownEngineMessage(id));
+    EngineRequest request{std::move(text), std::move(targetLanguage), std::move(options.sourceLanguage)};
 
-    TranslationResult result = co_await engine->translate(std::move(text), std::move(targetLanguage));
+    TranslationResult result;
+    if (QThread::currentThread() == thread()) {
+        result = co_await engine(id)->translate(std::move(request));
+    } else if (id == EngineIds::offline) {
+        // Its pipelines are shared and belong to this object's thread.
+        result = co_await translateOnOwnThread(id, std::move(request));
+    } else {
+        // Network objects belong to the thread that made them: a caller on another thread gets
+        // an engine of its own for this one call.
+        const std::unique_ptr<TranslationEngine> callersEngine = createEngine(id, m_limits);
+        result = co_await callersEngine->translate(std::move(request));
+    }
     if (result.isOk() && result.value().remainingQuota)
         storeRemainingQuota(*result.value().remainingQuota);
     co_return result;
+}
+
+QCoro::Task<TranslationResult> TranslationService::translateOnOwnThread(QString id, EngineRequest request)
+{
+    auto promise = std::make_shared<QPromise<void>>();
+    auto outcome = std::make_shared<std::optional<TranslationResult>>();
+    QFuture<void> finished = promise->future();
+    promise->start();
+    QMetaObject::invokeMethod(
+        this,
+        [this, id, request = std::move(request), promise, outcome]() mutable {
+            QCoro::connect(engine(id)->translate(std::move(request)), this, [promise, outcome](TranslationResult result) {
+                *outcome = std::move(result);
+                promise->finish();
+            });
+        },
+        Qt::QueuedConnection);
+    co_await finished; // resumes on the calling thread; a dropped promise finishes it too
+    if (!*outcome)
+        co_return TranslationError::networkError(QStringLiteral("the translation service stopped"));
+    co_return std::move(**outcome);
 }
 
 void TranslationService::storeRemainingQuota(qint64 quota)

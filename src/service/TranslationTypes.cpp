@@ -37,7 +37,13 @@ TranslationError TranslationError::decodingError(QString underlying)
 }
 
 TranslationError TranslationError::timeout() { return TranslationError(Kind::Timeout); }
-TranslationError TranslationError::unauthorized() { return TranslationError(Kind::Unauthorized); }
+TranslationError TranslationError::unauthorized(QString message)
+{
+    TranslationError error(Kind::Unauthorized);
+    error.m_message = std::move(message);
+    return error;
+}
+
 TranslationError TranslationError::rateLimited() { return TranslationError(Kind::RateLimited); }
 TranslationError TranslationError::textTooLong() { return TranslationError(Kind::TextTooLong); }
 
@@ -57,6 +63,8 @@ QString TranslationError::userMessage() const
     case Kind::Timeout:
         return QStringLiteral("Translation timed out");
     case Kind::Unauthorized:
+        if (!m_message.isEmpty())
+            return m_message;
         return QStringLiteral("Your session has expired. Please sign in again.");
     case Kind::RateLimited:
         return QStringLiteral("Too many requests. Please wait a moment.");

@@ -36,12 +36,15 @@ public:
     static TranslationError unknownError(int statusCode, QString message);
     static TranslationError decodingError(QString underlying);
     static TranslationError timeout();
-    static TranslationError unauthorized();
+    // The message defaults to the web service's "session expired" text; an engine that works with
+    // an API key says which key was refused instead.
+    static TranslationError unauthorized(QString message = {});
     static TranslationError rateLimited();
     static TranslationError textTooLong();
 
     Kind kind() const { return m_kind; }
-    // The service's or the client's message (ServerError, UnknownError).
+    // The service's or the client's message (ServerError, UnknownError; Unauthorized when an
+    // engine gave one).
     QString message() const { return m_message; }
     // The HTTP status (UnknownError); 0 otherwise.
     int statusCode() const { return m_statusCode; }
