@@ -39,6 +39,8 @@ int main(int argc, char *argv[])
     installTranslations();
     installSystemBackends();
     ApplicationController controller;
+    if (!controller.claimSingleInstance(app.arguments()))
+        return 0;
     controller.launch();
     return app.exec();
 }
