@@ -11,12 +11,12 @@ RUN_PACKAGES=(
     qcoro-qt6-dev libsecret-1-dev libatspi2.0-dev
     libxcb1-dev libxcb-xtest0-dev libxcb-xkb-dev libxcb-xinput-dev libxcb-keysyms1-dev libxkbcommon-x11-dev libxcb-xfixes0-dev
     libcld2-dev apertium apertium-eng-spa apertium-fr-es apertium-es-pt apertium-spa-ita cg3
-    at-spi2-core gnome-keyring dbus-x11 libglib2.0-bin
+    at-spi2-core gnome-keyring dbus-x11 libglib2.0-bin xdg-utils desktop-file-utils qt6-translations-l10n
 )
 # Needed only by the tests: the desktop test session and the real applications they drive.
 TEST_PACKAGES=(
     xvfb openbox dunst trayer x11-utils x11-apps xdotool imagemagick libsecret-tools
-    xterm mousepad python3-gi gir1.2-gtk-3.0 xclip x11-xkb-utils
+    xterm mousepad python3-gi gir1.2-gtk-3.0 gir1.2-atspi-2.0 xclip x11-xkb-utils
 )
 
 log() { printf '[scripts] %s\n' "$*" >&2; }
