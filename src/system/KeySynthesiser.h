@@ -38,6 +38,12 @@ public:
     // itself is typed key by key. True when everything went out.
     virtual bool typesFromClipboard() const = 0;
     virtual QCoro::Task<bool> typeText(QString text) = 0;
+
+    // Waits (briefly, bounded) until the user has let go of the keys they hold, such as the
+    // hotkey that started a flow. On X11 the focused application gives up its focus while a
+    // grabbed hotkey is down, so what has the focus is only known once it is up. At once where
+    // the system needs no such wait.
+    virtual QCoro::Task<> waitForKeysUp() { co_return; }
 };
 
 // This system's synthesiser: XTest on X11, Quartz events (and System Events) on macOS.

@@ -78,6 +78,26 @@ QCoro::Task<> KeyboardSimulator::pressRightArrow()
         co_await m_synthesiser->pressKey(KeyCodes::RightArrow, 1);
 }
 
+QCoro::Task<> KeyboardSimulator::waitForKeysUp()
+{
+    if (!m_synthesiser)
+        co_return;
+    QCoro::Task<> released = m_synthesiser->waitForKeysUp();
+    co_await released;
+}
+
+QCoro::Task<> KeyboardSimulator::selectToLineStart()
+{
+    if (!m_synthesiser)
+        co_return;
+#ifdef Q_OS_MACOS
+    co_await m_synthesiser->pressChord({KeyCodes::LeftArrow, Modifier::Command | Modifier::Shift});
+#else
+    constexpr quint32 home = 115;
+    co_await m_synthesiser->pressChord({home, Modifier::Shift});
+#endif
+}
+
 bool KeyboardSimulator::typesFromClipboard() const
 {
     return m_synthesiser && m_synthesiser->typesFromClipboard();

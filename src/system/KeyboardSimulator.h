@@ -28,6 +28,11 @@ public:
     // count presses of Delete (backspace); nothing below 1.
     QCoro::Task<> deleteCharacters(int count);
     QCoro::Task<> pressRightArrow();
+    // Until the user has let go of the keys they hold (see KeySynthesiser::waitForKeysUp).
+    QCoro::Task<> waitForKeysUp();
+    // Extends the selection from the caret to the start of its line: Shift+Home on Linux,
+    // Shift+Command+Left Arrow on macOS.
+    QCoro::Task<> selectToLineStart();
 
     // The second paste method (see KeySynthesiser::typeText).
     bool typesFromClipboard() const;

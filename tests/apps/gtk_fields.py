@@ -7,11 +7,16 @@ view and a password entry.
   --focus NAME         field that has the focus: entry (default), readonly, password
   --select START END   select characters START..END of the focused field (code points)
   --title TITLE        window title (default "Parlanto GTK Fields")
+  --second-entry TEXT  a second entry with this text, right after the first (Tab reaches it)
+  --dump FILE          after every change, write the entries' texts to FILE as JSON:
+                       {"entry": "...", "second_entry": "..."}
 
 Prints "ready" once the window is shown and the field focused. On SIGUSR1 the main loop stops
 answering for --hang seconds (default 20), like an application that hangs.
 """
 import argparse
+import json
+import os
 import signal
 import sys
 import time
@@ -30,6 +35,8 @@ def main():
     parser.add_argument("--select", nargs=2, type=int, metavar=("START", "END"))
     parser.add_argument("--title", default="Parlanto GTK Fields")
     parser.add_argument("--hang", type=float, default=20.0)
+    parser.add_argument("--second-entry")
+    parser.add_argument("--dump")
     args = parser.parse_args()
 
     window = Gtk.Window(title=args.title)
@@ -43,6 +50,12 @@ def main():
     entry.set_text(args.text.replace("\n", " "))
     box.pack_start(entry, False, False, 0)
 
+    second = None
+    if args.second_entry is not None:
+        second = Gtk.Entry()
+        second.set_text(args.second_entry)
+        box.pack_start(second, False, False, 0)
+
     readonly = Gtk.TextView()
     readonly.set_editable(False)
     readonly.set_cursor_visible(True)
@@ -55,6 +68,20 @@ def main():
     box.pack_start(password, False, False, 0)
 
     fields = {"entry": entry, "readonly": readonly, "password": password}
+
+    def dump(*_):
+        texts = {"entry": entry.get_text()}
+        if second is not None:
+            texts["second_entry"] = second.get_text()
+        with open(args.dump + ".tmp", "w", encoding="utf-8") as out:
+            json.dump(texts, out, ensure_ascii=False)
+        os.replace(args.dump + ".tmp", args.dump)
+
+    if args.dump:
+        for field in (entry, second):
+            if field is not None:
+                field.connect("changed", dump)
+        dump()
 
     def focus_field():
         field = fields[args.focus]

@@ -4,6 +4,7 @@
 // holds is not added to them. The second paste method is System Events' Command+V.
 // Manual reference counting, as in the other macOS sources.
 #include "state/HotkeyConfig.h"
+#include "system/KeyWatcher.h"
 #include "system/KeySynthesiser.h"
 
 #import <ApplicationServices/ApplicationServices.h>
@@ -40,6 +41,7 @@ void postPress(CGEventSourceRef source, CGKeyCode key, std::optional<CGEventFlag
             CGEventSetFlags(up, *flags);
     }
     if (down) {
+        SynthesisedKeys::notePress(key);   // the inline key watcher leaves it out of the typing
         CGEventPost(kCGHIDEventTap, down);
         CFRelease(down);
     }

@@ -3,6 +3,7 @@
 #include "state/HotkeyConfig.h"
 #include "state/KeyCodes.h"
 #include "state/Log.h"
+#include "system/KeyWatcher.h"
 
 #include <QElapsedTimer>
 #include <QTimer>
@@ -290,6 +291,8 @@ void X11KeySynthesiser::send(bool press, xcb_keycode_t keycode)
     xcb_test_fake_input(m_connection, press ? XCB_KEY_PRESS : XCB_KEY_RELEASE, keycode, XCB_CURRENT_TIME,
                         XCB_WINDOW_NONE, 0, 0, 0);
     ++m_sentEvents;
+    if (press)
+        SynthesisedKeys::notePress(keycode);   // a key watcher leaves it out of the user's typing
 }
 
 void X11KeySynthesiser::tap(const std::vector<xcb_keycode_t> &modifiers, xcb_keycode_t keycode)
@@ -353,6 +356,13 @@ QCoro::Task<> X11KeySynthesiser::waitForReleasedKeys()
         }
         co_await QCoro::sleepFor(releasePollInterval);
     }
+}
+
+QCoro::Task<> X11KeySynthesiser::waitForKeysUp()
+{
+    if (!m_connection)
+        co_return;
+    co_await waitForReleasedKeys();
 }
 
 QCoro::Task<> X11KeySynthesiser::pressChord(KeyChord chord)

@@ -36,6 +36,7 @@ public:
     // Types the text key by key: characters of the active layout with the modifiers of their
     // level, any other character through a spare key code mapped to it for the moment.
     QCoro::Task<bool> typeText(QString text) override;
+    QCoro::Task<> waitForKeysUp() override;
 
     // How many key events this synthesiser has sent (a key watcher can leave its own out).
     quint64 sentEvents() const { return m_sentEvents; }
