@@ -4,6 +4,7 @@
 // X client (xclip), target by target, byte for byte.
 #include "state/HotkeyConfig.h"
 #include "state/KeyCodes.h"
+#include "support/ClipboardFormats.h"
 #include "support/DesktopApp.h"
 #include "system/ApplicationChords.h"
 #include "system/ClipboardManager.h"
@@ -26,86 +27,11 @@
 
 #include <signal.h>
 
-using Formats = QMap<QString, QByteArray>;
-
 namespace {
-
-struct ToolResult {
-    int exitCode = -1;
-    QByteArray out;
-};
-
-// Runs a tool to its end while our event loop keeps turning: the tool may be reading the
-// clipboard from us.
-ToolResult run(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    if (!process.waitForStarted(5000))
-        return {};
-    const QDeadlineTimer deadline(15000);
-    while (process.state() != QProcess::NotRunning && !deadline.hasExpired())
-        QTest::qWait(2);
-    if (process.state() != QProcess::NotRunning) {
-        process.kill();
-        process.waitForFinished();
-        return {};
-    }
-    return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1, process.readAllStandardOutput()};
-}
-
-bool isMetaTarget(const QString &name)
-{
-    static const QStringList meta{QStringLiteral("TARGETS"), QStringLiteral("MULTIPLE"), QStringLiteral("TIMESTAMP"),
-                                  QStringLiteral("SAVE_TARGETS"), QStringLiteral("DELETE"),
-                                  QStringLiteral("application/x-qt-image")};
-    return meta.contains(name) || name.startsWith(QLatin1String("INSERT_"));
-}
-
-ToolResult xclip(const QString &selection, const QString &target)
-{
-    return run(QStringLiteral("xclip"), {QStringLiteral("-o"), QStringLiteral("-selection"), selection,
-                                         QStringLiteral("-t"), target});
-}
-
-// Every data target of the clipboard as another client reads it.
-Formats clipboardFormats()
-{
-    Formats formats;
-    const ToolResult targets = xclip(QStringLiteral("clipboard"), QStringLiteral("TARGETS"));
-    if (targets.exitCode != 0)
-        return formats;
-    for (const QByteArray &line : targets.out.split('\n')) {
-        const QString name = QString::fromUtf8(line.trimmed());
-        if (name.isEmpty() || isMetaTarget(name))
-            continue;
-        const ToolResult data = xclip(QStringLiteral("clipboard"), name);
-        formats.insert(name, data.exitCode == 0 ? data.out : QByteArrayLiteral("<unreadable>"));
-    }
-    return formats;
-}
-
-// Fails the test with the first target that differs.
-bool sameFormats(const Formats &actual, const Formats &expected)
-{
-    if (actual.keys() != expected.keys()) {
-        qWarning("targets differ: got %s, expected %s", qPrintable(actual.keys().join(QLatin1Char(' '))),
-                 qPrintable(expected.keys().join(QLatin1Char(' '))));
-        return false;
-    }
-    for (auto it = expected.begin(); it != expected.end(); ++it) {
-        if (actual.value(it.key()) != it.value()) {
-            qWarning("%s differs: %lld bytes instead of %lld", qPrintable(it.key()),
-                     qlonglong(actual.value(it.key()).size()), qlonglong(it.value().size()));
-            return false;
-        }
-    }
-    return true;
-}
 
 bool xdotool(const QStringList &arguments)
 {
-    return run(QStringLiteral("xdotool"), arguments).exitCode == 0;
+    return runToolRaw(QStringLiteral("xdotool"), arguments).exitCode == 0;
 }
 
 void setLayout(const QString &layout, const QString &variant = {})
@@ -113,7 +39,7 @@ void setLayout(const QString &layout, const QString &variant = {})
     QStringList arguments{layout};
     if (!variant.isEmpty())
         arguments << QStringLiteral("-variant") << variant;
-    QCOMPARE(run(QStringLiteral("setxkbmap"), arguments).exitCode, 0);
+    QCOMPARE(runToolRaw(QStringLiteral("setxkbmap"), arguments).exitCode, 0);
 }
 
 QByteArray fileBytes(const QString &path)
@@ -239,7 +165,7 @@ private Q_SLOTS:
 
     void cleanup()
     {
-        run(QStringLiteral("xdotool"), {QStringLiteral("keyup"), QStringLiteral("shift")});
+        runToolRaw(QStringLiteral("xdotool"), {QStringLiteral("keyup"), QStringLiteral("shift")});
         setLayout(QStringLiteral("us"));
         m_app.reset();
         m_owner.reset();
@@ -345,7 +271,7 @@ private Q_SLOTS:
                                      QStringLiteral("sh"), QStringLiteral("-c"),
                                      QStringLiteral("echo PARLANTO TERMINAL WORDS; exec sleep 6007")});
         QVERIFY(m_app && m_app->waitUntilActive());
-        QTRY_COMPARE_WITH_TIMEOUT(run(QStringLiteral("pgrep"), {QStringLiteral("-f"), QStringLiteral("sleep 6007")}).exitCode, 0, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(runToolRaw(QStringLiteral("pgrep"), {QStringLiteral("-f"), QStringLiteral("sleep 6007")}).exitCode, 0, 5000);
         const QRect window = DesktopApp::activeWindowGeometry();
         QVERIFY(xdotool({QStringLiteral("mousemove"), QString::number(window.x() + 30), QString::number(window.y() + 8),
                          QStringLiteral("click"), QStringLiteral("--repeat"), QStringLiteral("3"), QStringLiteral("1")}));
@@ -356,7 +282,7 @@ private Q_SLOTS:
         QCOMPARE(QCoro::waitFor(m_manager->captureSelectedText(QStringLiteral("xterm"))),
                  std::optional<QString>(QStringLiteral("PARLANTO TERMINAL WORDS\n")));
         QTest::qWait(300);
-        QCOMPARE(run(QStringLiteral("pgrep"), {QStringLiteral("-f"), QStringLiteral("sleep 6007")}).exitCode, 0);
+        QCOMPARE(runToolRaw(QStringLiteral("pgrep"), {QStringLiteral("-f"), QStringLiteral("sleep 6007")}).exitCode, 0);
         QVERIFY(sameFormats(clipboardFormats(), m_userFormats));
 
         auto other = DesktopApp::qtEditor({QStringLiteral("--text"), QStringLiteral("elsewhere")});

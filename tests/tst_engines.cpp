@@ -10,6 +10,7 @@
 #include "state/SettingsKeys.h"
 #include "state/SettingsStore.h"
 #include "support/LoopbackHttpServer.h"
+#include "support/MemoryKeychain.h"
 
 #include <QFile>
 #include <QJsonArray>
@@ -26,31 +27,6 @@ using Kind = TranslationError::Kind;
 using Reply = LoopbackHttpServer::Reply;
 
 namespace {
-
-class MemoryKeychain final : public KeychainBackend
-{
-public:
-    std::optional<QByteArray> find(const QString &account) override
-    {
-        return m_items.contains(account) ? std::optional(m_items.value(account)) : std::nullopt;
-    }
-    bool add(const QString &account, const QByteArray &value) override
-    {
-        m_items.insert(account, value);
-        return true;
-    }
-    UpdateResult update(const QString &account, const QByteArray &value) override
-    {
-        if (!m_items.contains(account))
-            return UpdateResult::NotFound;
-        m_items.insert(account, value);
-        return UpdateResult::Updated;
-    }
-    void remove(const QString &account) override { m_items.remove(account); }
-
-private:
-    QHash<QString, QByteArray> m_items;
-};
 
 const QStringList environment{
     "PARLANTO_ENGINE",     "PARLANTO_SERVICE_URL",  "PARLANTO_DEEPL_URL",          "PARLANTO_LIBRETRANSLATE_URL",

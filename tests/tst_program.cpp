@@ -2,6 +2,7 @@
 // command line against a real loopback service and the session's real keyring.
 #include "support/LoopbackHttpServer.h"
 #include "support/TestSupport.h"
+#include "support/TrayProgram.h"
 #include "service/KeychainStore.h"
 #include "system/SystemKeychain.h"
 
@@ -52,50 +53,6 @@ Run runProgram(const QStringList &arguments, const QStringList &environment = {}
     return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
             QString::fromUtf8(process.readAllStandardError())};
 }
-
-// The tray program in its own configuration folder; stopped (TERM) when destroyed.
-class TrayProgram
-{
-public:
-    explicit TrayProgram(const QString &configHome)
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), configHome);
-        m_process.setProcessEnvironment(env);
-        m_process.start(parlantoBinary(), {});
-    }
-    ~TrayProgram()
-    {
-        m_process.terminate();
-        if (!m_process.waitForFinished(5000))
-            m_process.kill();
-    }
-    // Reads standard output until a line starting with the prefix arrives.
-    QString waitForLine(const QString &prefix, int timeoutMs = 10000)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        while (timer.elapsed() < timeoutMs) {
-            while (m_process.canReadLine()) {
-                const QString line = QString::fromUtf8(m_process.readLine()).trimmed();
-                m_lines << line;
-                if (line.startsWith(prefix))
-                    return line;
-            }
-            if (m_process.state() == QProcess::NotRunning)
-                break;
-            m_process.waitForReadyRead(100);
-        }
-        return {};
-    }
-    bool isRunning() const { return m_process.state() == QProcess::Running; }
-    qint64 pid() const { return m_process.processId(); }
-    QStringList lines() const { return m_lines; }
-
-private:
-    QProcess m_process;
-    QStringList m_lines;
-};
 
 QString runTool(const QString &program, const QStringList &arguments)
 {

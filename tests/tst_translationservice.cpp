@@ -3,6 +3,7 @@
 #include "state/AppState.h"
 #include "state/SettingsStore.h"
 #include "support/LoopbackHttpServer.h"
+#include "support/MemoryKeychain.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -22,31 +23,6 @@ namespace {
 const QString networkMessage = QStringLiteral("Translation failed \u2014 no network connection.");
 const QString tooLongMessage = QStringLiteral("Text too long (max 5,000 characters)");
 const QString timeoutMessage = QStringLiteral("Translation timed out");
-
-class MemoryKeychain final : public KeychainBackend
-{
-public:
-    std::optional<QByteArray> find(const QString &account) override
-    {
-        return m_items.contains(account) ? std::optional(m_items.value(account)) : std::nullopt;
-    }
-    bool add(const QString &account, const QByteArray &value) override
-    {
-        m_items.insert(account, value);
-        return true;
-    }
-    UpdateResult update(const QString &account, const QByteArray &value) override
-    {
-        if (!m_items.contains(account))
-            return UpdateResult::NotFound;
-        m_items.insert(account, value);
-        return UpdateResult::Updated;
-    }
-    void remove(const QString &account) override { m_items.remove(account); }
-
-private:
-    QHash<QString, QByteArray> m_items;
-};
 
 Reply translationReply(QByteArray extraMembers = {})
 {

@@ -4,6 +4,7 @@
 #include "state/Log.h"
 #include "system/Accessibility.h"
 #include "system/ClipboardManager.h"
+#include "system/KeyboardSimulator.h"
 #include "system/PermissionChecker.h"
 #include "system/Workspace.h"
 #include "ui/MenuBarController.h"
@@ -87,8 +88,13 @@ QCoro::Task<> SelectionTranslationFlow::run(QString targetLanguage)
     if (p.menuBar)
         p.menuBar->startAnimating();
 
-    const bool editable = co_await p.accessibility.isFocusedElementEditable();
-    const std::optional<QRect> selectionRect = co_await p.accessibility.selectionRect();
+    // The hotkey's own grab takes the focus from the application until the keys are up.
+    QCoro::Task<> keysUp = p.keyboard.waitForKeysUp();
+    co_await keysUp;
+    QCoro::Task<bool> editableProbe = p.accessibility.isFocusedElementEditable();
+    const bool editable = co_await editableProbe;
+    QCoro::Task<std::optional<QRect>> rectProbe = p.accessibility.selectionRect();
+    const std::optional<QRect> selectionRect = co_await rectProbe;
     logLine("Popup", QStringLiteral("isEditable=%1, selectionRect=%2")
                          .arg(editable ? QStringLiteral("true") : QStringLiteral("false"), describe(selectionRect)));
 

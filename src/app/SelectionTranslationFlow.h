@@ -8,6 +8,7 @@
 class Accessibility;
 class AppState;
 class ClipboardManager;
+class KeyboardSimulator;
 class MenuBarController;
 class NotificationManager;
 class PermissionChecker;
@@ -27,6 +28,7 @@ public:
         PermissionChecker &permission;
         Accessibility &accessibility;
         ClipboardManager &clipboard;
+        KeyboardSimulator &keyboard;
         Workspace &workspace;
         TranslationService &translation;
         TranslationPopup &popup;

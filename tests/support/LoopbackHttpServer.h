@@ -63,6 +63,8 @@ public:
     QUrl url() const;
 
     void enqueue(Reply reply);
+    // Drops the scripted replies not given yet.
+    void clearQueue() { m_queue.clear(); }
     // Answers requests once the queue is empty (initially a 500 saying that nothing was scripted).
     void setFallbackReply(Reply reply);
 
