@@ -139,10 +139,8 @@ QCoro::Task<> SelectionTranslationFlow::run(QString targetLanguage)
         p.clipboard.restore(snapshot);
         p.popup.show(text, targetLanguage, selectionRect);
     } else if (sameApplication && p.state.autoReplace()) {
-        bool pasted = co_await p.clipboard.pasteAndRestore(text, snapshot, sourceApplication);
-        if (!pasted)
-            pasted = co_await p.clipboard.pasteByTypingAndRestore(text, snapshot);
-        if (!pasted) {
+        QCoro::Task<bool> paste = p.clipboard.pasteOrTypeAndRestore(text, snapshot, sourceApplication);
+        if (!co_await paste) {
             leaveOnClipboard();
             p.notifications.notifyTranslationReady(text);
         }

@@ -287,16 +287,10 @@ QCoro::Task<> InlineTranslationManager::run(QString targetLanguage, int triggerL
     const PasteboardSnapshot snapshot = co_await snapshotTask;
     if (!self)
         co_return;
-    auto pasteTask = m_parts.clipboard.pasteAndRestore(output, snapshot, applicationId);
-    bool pasted = co_await pasteTask;
+    auto pasteTask = m_parts.clipboard.pasteOrTypeAndRestore(output, snapshot, applicationId);
+    co_await pasteTask;
     if (!self)
         co_return;
-    if (!pasted) {
-        auto typeTask = m_parts.clipboard.pasteByTypingAndRestore(output, snapshot);
-        pasted = co_await typeTask;
-        if (!self)
-            co_return;
-    }
     // pasteAndRestore comes back 0.1 s after the paste keys.
     co_await QCoro::sleepFor(settleAfterPaste - ClipboardManager::pasteResumeDelay);
     if (!self)
@@ -395,16 +389,10 @@ QCoro::Task<> InlineTranslationManager::runFallback(QString targetLanguage, int 
     logLine(tag, QStringLiteral("\u2713 Fallback result: '%1'").arg(translation));
     const QString output = formatOutput(source, translation);
     // The paste replaces the selected line.
-    auto pasteTask = m_parts.clipboard.pasteAndRestore(output, snapshot, applicationId);
-    bool pasted = co_await pasteTask;
+    auto pasteTask = m_parts.clipboard.pasteOrTypeAndRestore(output, snapshot, applicationId);
+    co_await pasteTask;
     if (!self)
         co_return;
-    if (!pasted) {
-        auto typeTask = m_parts.clipboard.pasteByTypingAndRestore(output, snapshot);
-        pasted = co_await typeTask;
-        if (!self)
-            co_return;
-    }
     co_await QCoro::sleepFor(fallbackSettleAfterPaste - ClipboardManager::pasteResumeDelay);
     if (!self)
         co_return;

@@ -161,6 +161,16 @@ QCoro::Task<bool> ClipboardManager::pasteByTypingAndRestore(QString text, Pasteb
     co_return typed;
 }
 
+QCoro::Task<bool> ClipboardManager::pasteOrTypeAndRestore(QString text, PasteboardSnapshot originalSnapshot,
+                                                          QString applicationId)
+{
+    QCoro::Task<bool> paste = pasteAndRestore(text, originalSnapshot, std::move(applicationId));
+    if (co_await paste)
+        co_return true;
+    QCoro::Task<bool> typing = pasteByTypingAndRestore(std::move(text), std::move(originalSnapshot));
+    co_return co_await typing;
+}
+
 void ClipboardManager::scheduleRestore(PasteboardSnapshot snapshot, bool waitForTaken)
 {
     finishPendingRestore();

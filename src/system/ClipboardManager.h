@@ -65,6 +65,10 @@ public:
     // first and restored as above). True when everything went out.
     QCoro::Task<bool> pasteByTypingAndRestore(QString text, PasteboardSnapshot originalSnapshot);
 
+    // The two methods in turn: the paste, then typing where the paste keys did not reach the
+    // field. False when neither placed the text; the clipboard comes back either way.
+    QCoro::Task<bool> pasteOrTypeAndRestore(QString text, PasteboardSnapshot originalSnapshot, QString applicationId = {});
+
 private:
     void setPasteboard(std::unique_ptr<Pasteboard> pasteboard);
     void scheduleRestore(PasteboardSnapshot snapshot, bool waitForTaken);
