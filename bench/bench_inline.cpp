@@ -189,7 +189,7 @@ int main(int argc, char *argv[])
     manager.start();
     const double waits = 60 + 60 + 200;
 
-    for (const QString application : {QStringLiteral("qt editor"), QStringLiteral("mousepad")}) {
+    for (const QString &application : {QStringLiteral("qt editor"), QStringLiteral("mousepad")}) {
         std::unique_ptr<DesktopApp> target;
         if (application == QLatin1String("mousepad")) {
             QFile file(dir.filePath(QStringLiteral("bench.txt")));
