@@ -28,29 +28,19 @@ using Reply = LoopbackHttpServer::Reply;
 
 namespace {
 
-const QStringList environment{
-    "PARLANTO_ENGINE",     "PARLANTO_SERVICE_URL",  "PARLANTO_DEEPL_URL",          "PARLANTO_LIBRETRANSLATE_URL",
-    "PARLANTO_OPENAI_URL", "PARLANTO_OPENAI_MODEL", "PARLANTO_DEEPL_KEY",          "PARLANTO_LIBRETRANSLATE_KEY",
-    "PARLANTO_OPENAI_KEY",
-};
-const QStringList onlineEngines{"service", "deepl", "libretranslate", "openai"};
+const QStringList environment{"PARLANTO_ENGINE",   "PARLANTO_SERVICE_URL",        "PARLANTO_DEEPL_URL",
+                               "PARLANTO_LIBRETRANSLATE_URL", "PARLANTO_OPENAI_URL", "PARLANTO_OPENAI_MODEL",
+                               "PARLANTO_DEEPL_KEY",          "PARLANTO_LIBRETRANSLATE_KEY", "PARLANTO_OPENAI_KEY"};
 
 void setEnv(const char *name, const QString &value)
 {
     qputenv(name, value.toUtf8());
 }
 
-// Points an engine at a server.
+// Points an engine at a server (PARLANTO_<ENGINE>_URL).
 void pointAt(const QString &engine, const QString &url)
 {
-    if (engine == u"service")
-        setEnv("PARLANTO_SERVICE_URL", url);
-    else if (engine == u"deepl")
-        setEnv("PARLANTO_DEEPL_URL", url);
-    else if (engine == u"libretranslate")
-        setEnv("PARLANTO_LIBRETRANSLATE_URL", url);
-    else if (engine == u"openai")
-        setEnv("PARLANTO_OPENAI_URL", url);
+    qputenv(("PARLANTO_" + engine.toUpper() + "_URL").toLatin1().constData(), url.toUtf8());
 }
 
 // A translation "Hola" as each provider sends it.
@@ -72,10 +62,7 @@ QString textOf(const TranslationResult &result)
     return result.isOk() ? result.value().translatedText : "<error: " + result.error().userMessage() + '>';
 }
 
-QJsonObject bodyOf(const LoopbackHttpServer::Request &request)
-{
-    return QJsonDocument::fromJson(request.body).object();
-}
+QJsonObject bodyOf(const LoopbackHttpServer::Request &request) { return QJsonDocument::fromJson(request.body).object(); }
 
 } // namespace
 
@@ -123,11 +110,7 @@ private Q_SLOTS:
         m_service = std::make_unique<TranslationService>();
     }
 
-    void cleanup()
-    {
-        m_service.reset();
-        m_server.reset();
-    }
+    void cleanup() { m_service.reset(), m_server.reset(); }
 
     void engineChoice()
     {
@@ -245,10 +228,9 @@ private Q_SLOTS:
         const QJsonArray messages = body["messages"].toArray();
         QCOMPARE(messages.size(), 2);
         QCOMPARE(messages[0]["role"].toString(), "system");
-        QCOMPARE(messages[0]["content"].toString(), OpenAiEngine::systemPrompt("es", {}));
+        const QString prompt = messages[0]["content"].toString();
+        QVERIFY2(prompt.contains("into Spanish") && prompt.contains("translation alone"), qPrintable(prompt));
         QCOMPARE(messages[1].toObject(), (QJsonObject{{"role", "user"}, {"content", text}}));
-        const QString prompt = OpenAiEngine::systemPrompt("es", {});
-        QVERIFY(prompt.contains("into Spanish") && prompt.contains("translation alone"));
         QVERIFY(OpenAiEngine::systemPrompt("ja", "fr").contains("from French into Japanese"));
 
         KeychainStore::shared().save("openai_api_key", "sk-test-123");
@@ -277,15 +259,16 @@ private Q_SLOTS:
         };
 
         // DeepL: {"message"} bodies; 403 bad key, 456 quota, 429/529 load, 413/414 too large.
-        const QString deepl = "deepl";
+        const QString deepl = "deepl", lt = "libretranslate", ai = "openai";
+        const QString tooLong = "Text too long (max 5,000 characters)";
         row("400", deepl, 400, R"({"message":"Value for 'target_lang' not supported."})", Kind::UnknownError,
             "Translation failed: Value for 'target_lang' not supported.");
         row("403", deepl, 403, R"({"message":"Wrong endpoint. Use https://api-free.deepl.com"})", Kind::Unauthorized,
             "DeepL refused the API key. Check the key stored as \"deepl_api_key\".");
         row("404", deepl, 404, R"({"message":"Not found","detail":"no such path"})", Kind::UnknownError,
             "Translation failed: Not found (no such path)");
-        row("413", deepl, 413, "", Kind::TextTooLong, "Text too long (max 5,000 characters)");
-        row("414", deepl, 414, "", Kind::TextTooLong, "Text too long (max 5,000 characters)");
+        row("413", deepl, 413, "", Kind::TextTooLong, tooLong);
+        row("414", deepl, 414, "", Kind::TextTooLong, tooLong);
         row("429", deepl, 429, R"({"message":"Too many requests"})", Kind::RateLimited, tooMany);
         row("456", deepl, 456, R"({"message":"Quota exceeded"})", Kind::QuotaExceeded, quota);
         row("500", deepl, 500, R"({"message":"Internal error"})", Kind::UnknownError, "Translation failed: Internal error");
@@ -296,16 +279,13 @@ private Q_SLOTS:
         row("200 HTML", deepl, 200, html, Kind::DecodingError, tryAgain);
 
         // LibreTranslate: {"error"} bodies; 400 invalid request or key needed, 403 bad key or banned.
-        const QString lt = "libretranslate";
-        row("400 invalid", lt, 400, R"({"error":"ja is not supported"})", Kind::UnknownError,
-            "Translation failed: ja is not supported");
+        const QString ltKey = "The LibreTranslate server wants a valid API key: ";
+        row("400 invalid", lt, 400, R"({"error":"ja is not supported"})", Kind::UnknownError, "Translation failed: ja is not supported");
         row("400 own text limit", lt, 400, R"x({"error":"Invalid request: request (6000) exceeds text limit (2000)"})x",
             Kind::UnknownError, "Translation failed: Invalid request: request (6000) exceeds text limit (2000)");
         row("400 key needed", lt, 400, R"({"error":"Visit https://portal.libretranslate.com to get an API key"})",
-            Kind::Unauthorized,
-            "The LibreTranslate server wants a valid API key: Visit https://portal.libretranslate.com to get an API key");
-        row("403 bad key", lt, 403, R"({"error":"Invalid API key"})", Kind::Unauthorized,
-            "The LibreTranslate server wants a valid API key: Invalid API key");
+            Kind::Unauthorized, ltKey + "Visit https://portal.libretranslate.com to get an API key");
+        row("403 bad key", lt, 403, R"({"error":"Invalid API key"})", Kind::Unauthorized, ltKey + "Invalid API key");
         row("403 banned", lt, 403, R"({"error":"Too many request limits violations"})", Kind::RateLimited, tooMany);
         row("429", lt, 429, R"({"error":"Slowdown: 20 per 1 minute"})", Kind::RateLimited, tooMany);
         row("500", lt, 500, R"({"error":"Cannot translate text: model missing"})", Kind::UnknownError,
@@ -315,7 +295,6 @@ private Q_SLOTS:
         row("200 no text", lt, 200, R"({"detectedLanguage":{"language":"en"}})", Kind::DecodingError, tryAgain);
 
         // OpenAI-compatible: {"error": {"message", "type", "code"}} and the variants of local servers.
-        const QString ai = "openai";
         row("401", ai, 401, R"({"error":{"message":"Incorrect API key provided","type":"invalid_request_error","code":"invalid_api_key"}})",
             Kind::Unauthorized, "The language model server refused the API key. Check the key stored as \"openai_api_key\".");
         row("429 rate", ai, 429, R"({"error":{"message":"Rate limit reached","type":"requests","code":"rate_limit_exceeded"}})",
@@ -328,8 +307,7 @@ private Q_SLOTS:
             Kind::UnknownError, "Translation failed: model 'llama9' not found, try pulling it first");
         row("400 vLLM", ai, 400, R"({"object":"error","message":"context too long","type":"BadRequestError","code":400})",
             Kind::UnknownError, "Translation failed: context too long");
-        row("500 plain error", ai, 500, R"({"error":"backend crashed"})", Kind::UnknownError,
-            "Translation failed: backend crashed");
+        row("500 plain error", ai, 500, R"({"error":"backend crashed"})", Kind::UnknownError, "Translation failed: backend crashed");
         row("503 HTML", ai, 503, html, Kind::UnknownError, unknown);
         row("408", ai, 408, "", Kind::Timeout, timedOut);
         row("504", ai, 504, "", Kind::Timeout, timedOut);
@@ -361,8 +339,8 @@ private Q_SLOTS:
     void contractHoldsForEveryEngine_data()
     {
         QTest::addColumn<QString>("engine");
-        for (const QString &engine : onlineEngines)
-            QTest::newRow(qPrintable(engine)) << engine;
+        for (const char *engine : {"service", "deepl", "libretranslate", "openai"})
+            QTest::newRow(engine) << QString::fromLatin1(engine);
     }
 
     void contractHoldsForEveryEngine()
@@ -435,8 +413,7 @@ private Q_SLOTS:
         loop.exec();
         worker.quit();
         worker.wait();
-        QVERIFY(onWorker);
-        QVERIFY(result);
+        QVERIFY(onWorker && result);
         QCOMPARE(textOf(*result), "Buenos días");
         QCOMPARE(engine->pipelines().size(), 1);
     }

@@ -20,7 +20,6 @@
 #include "ui/TranslationSettingsTab.h"
 
 #include <QComboBox>
-#include <QDeadlineTimer>
 #include <QDirIterator>
 #include <QFile>
 #include <QJsonDocument>
@@ -36,7 +35,6 @@
 #include <QXmlStreamReader>
 
 #include <csignal>
-#include <unistd.h>
 
 namespace {
 
@@ -71,29 +69,6 @@ QStringList visibleWindows(qint64 pid, const QString &title)
     return out.split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
-QString waitForVisibleWindow(qint64 pid, const QString &title)
-{
-    const QDeadlineTimer deadline(10000);
-    while (!deadline.hasExpired()) {
-        const QStringList windows = visibleWindows(pid, title);
-        if (!windows.isEmpty())
-            return windows.first();
-        QTest::qWait(50);
-    }
-    return {};
-}
-
-bool waitForActivePid(qint64 pid)
-{
-    const QDeadlineTimer deadline(10000);
-    while (!deadline.hasExpired()) {
-        if (DesktopApp::activeWindowPid() == pid)
-            return true;
-        QTest::qWait(50);
-    }
-    return false;
-}
-
 QString activeWindowName()
 {
     return runTool(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow"), QStringLiteral("getwindowname")});
@@ -104,12 +79,10 @@ bool isViewable(const QString &window)
     return runTool(QStringLiteral("xwininfo"), {QStringLiteral("-id"), window}).contains(QLatin1String("Map State: IsViewable"));
 }
 
-QJsonObject settingsFile(const QString &configHome)
+QByteArray fileContents(const QString &path)
 {
-    QFile file(configHome + QStringLiteral("/parlanto/settings.json"));
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QJsonDocument::fromJson(file.readAll()).object();
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
 // Every name and text the accessibility tree of a process shows (tests/apps/atspi_dump.py).
@@ -217,18 +190,14 @@ void LifecycleTest::autostartEntryFollowsTheLoginItem()
     QCOMPARE(LoginItem::autostartFilePath(), path);
     QVERIFY(!item.isEnabled());
 
-    QVERIFY(item.setEnabled(true));
-    QVERIFY(item.isEnabled());
+    QVERIFY(item.setEnabled(true) && item.isEnabled());
     const ToolRun validation = runWith(QStringLiteral("desktop-file-validate"), {path});
     QVERIFY2(validation.exitCode == 0 && validation.out.isEmpty(), qPrintable(validation.out));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    QVERIFY(QString::fromUtf8(file.readAll()).contains(QStringLiteral("\nExec=") + QCoreApplication::applicationFilePath() + QLatin1Char('\n')));
-    file.close();
+    QVERIFY(fileContents(path).contains("\nExec=" + QCoreApplication::applicationFilePath().toUtf8() + '\n'));
 
     // An entry that a session's settings switched off stays in place but counts as off.
-    QVERIFY(file.open(QIODevice::Append));
-    file.write("Hidden=true\n");
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::Append) && file.write("Hidden=true\n") > 0);
     file.close();
     QVERIFY(!item.isEnabled());
 
@@ -236,12 +205,12 @@ void LifecycleTest::autostartEntryFollowsTheLoginItem()
     QVERIFY(!QFileInfo::exists(path));
     QVERIFY(item.setEnabled(false)); // already off: not an error
 
-    // Without XDG_CONFIG_HOME the folder is ~/.config.
     qunsetenv("XDG_CONFIG_HOME");
     QCOMPARE(LoginItem::autostartFilePath(), QDir::homePath() + QStringLiteral("/.config/autostart/parlanto.desktop"));
     qputenv("XDG_CONFIG_HOME", m_config.path().toLocal8Bit());
 }
 
+// Declined once in English; the second launch (English again) does not ask.
 void LifecycleTest::firstLaunchOffersLaunchAtLoginOnce()
 {
     QTemporaryDir config;
@@ -251,10 +220,12 @@ void LifecycleTest::firstLaunchOffersLaunchAtLoginOnce()
         QVERIFY2(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: shown")).isEmpty(),
                  qPrintable(program.lines().join(QLatin1Char('\n'))));
         // Asked once, and remembered before any answer.
-        QCOMPARE(settingsFile(config.path()).value(SettingsKeys::hasLaunchedBefore).toBool(), true);
-        const QString alert = waitForVisibleWindow(program.pid(), QStringLiteral("Parlanto"));
-        QVERIFY(!alert.isEmpty());
-        QVERIFY(waitForActivePid(program.pid()));
+        const QJsonObject settings = QJsonDocument::fromJson(fileContents(config.filePath(QStringLiteral("parlanto/settings.json")))).object();
+        QCOMPARE(settings.value(SettingsKeys::hasLaunchedBefore).toBool(), true);
+        QTRY_VERIFY_WITH_TIMEOUT(!visibleWindows(program.pid(), QStringLiteral("Parlanto")).isEmpty(), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(DesktopApp::activeWindowPid(), program.pid(), 10000);
+        runTool(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"),
+                                           screenshotDir() + QStringLiteral("/launch-at-login-offer.png")});
         const QString texts = accessibleTexts(program.pid());
         for (const char *id : {"alert.launch_at_login.title", "alert.launch_at_login.message", "alert.launch_at_login.yes",
                                "alert.launch_at_login.not_now"})
@@ -265,35 +236,40 @@ void LifecycleTest::firstLaunchOffersLaunchAtLoginOnce()
         QVERIFY(!QFileInfo::exists(autostart));
         QVERIFY(program.isRunning());
     }
-    {
-        TrayProgram program(config.path());
-        QVERIFY2(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: made before")).isEmpty(),
-                 qPrintable(program.lines().join(QLatin1Char('\n'))));
-        QVERIFY(visibleWindows(program.pid(), QStringLiteral("Parlanto")).isEmpty());
-        QVERIFY(!QFileInfo::exists(autostart));
-    }
+    TrayProgram program(config.path(), {QStringLiteral("LANG=en_GB.UTF-8"), QStringLiteral("LANGUAGE="),
+                                        QStringLiteral("LC_ALL="), QStringLiteral("LC_MESSAGES=")});
+    QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] interface language: en")).isEmpty());
+    QVERIFY2(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: made before")).isEmpty(),
+             qPrintable(program.lines().join(QLatin1Char('\n'))));
+    QVERIFY(visibleWindows(program.pid(), QStringLiteral("Parlanto")).isEmpty());
+    QVERIFY(!QFileInfo::exists(autostart));
 }
 
+// Accepted under a Spanish locale: Spanish texts on screen, and the autostart entry written.
 void LifecycleTest::acceptedOfferWritesTheAutostartEntry()
 {
+    const auto spanish = translationsOf(sourceDir() + QStringLiteral("/translations/parlanto_es.ts"));
     QTemporaryDir config;
-    TrayProgram program(config.path());
+    TrayProgram program(config.path(), {QStringLiteral("LANG=es_ES.UTF-8"), QStringLiteral("LANGUAGE="),
+                                        QStringLiteral("LC_ALL="), QStringLiteral("LC_MESSAGES=")});
+    QVERIFY2(!program.waitForLine(QStringLiteral("[Parlanto] interface language: es")).isEmpty(),
+             qPrintable(program.lines().join(QLatin1Char('\n'))));
     QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: shown")).isEmpty());
-    QVERIFY(!waitForVisibleWindow(program.pid(), QStringLiteral("Parlanto")).isEmpty());
-    QVERIFY(waitForActivePid(program.pid()));
+    QTRY_VERIFY_WITH_TIMEOUT(!visibleWindows(program.pid(), QStringLiteral("Parlanto")).isEmpty(), 10000);
+    QTRY_COMPARE_WITH_TIMEOUT(DesktopApp::activeWindowPid(), program.pid(), 10000);
     runTool(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"),
-                                       screenshotDir() + QStringLiteral("/launch-at-login-offer.png")});
+                                       screenshotDir() + QStringLiteral("/launch-at-login-offer-es.png")});
+    const QString texts = accessibleTexts(program.pid());
+    for (const char *id : {"alert.launch_at_login.title", "alert.launch_at_login.yes", "alert.launch_at_login.not_now"})
+        QVERIFY2(texts.contains(spanish.value(QLatin1String(id))), qPrintable(texts));
     QVERIFY(pressKeys({QStringLiteral("Return")})); // the default button, "Yes, Launch at Login"
     QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: yes")).isEmpty());
-    const QString written = program.waitForLine(QStringLiteral("[LoginItem] launch at login on"));
-    QVERIFY2(!written.isEmpty(), qPrintable(program.lines().join(QLatin1Char('\n'))));
+    QVERIFY2(!program.waitForLine(QStringLiteral("[LoginItem] launch at login on")).isEmpty(),
+             qPrintable(program.lines().join(QLatin1Char('\n'))));
 
     const QString autostart = config.filePath(QStringLiteral("autostart/parlanto.desktop"));
-    QFile file(autostart);
-    QVERIFY(file.open(QIODevice::ReadOnly));
-    const QString entry = QString::fromUtf8(file.readAll());
-    QVERIFY2(entry.contains(QStringLiteral("\nExec=") + QFileInfo(parlantoBinary()).canonicalFilePath() + QLatin1Char('\n')),
-             qPrintable(entry));
+    const QByteArray entry = fileContents(autostart);
+    QVERIFY2(entry.contains("\nExec=" + QFileInfo(parlantoBinary()).canonicalFilePath().toUtf8() + '\n'), entry.constData());
     QCOMPARE(runWith(QStringLiteral("desktop-file-validate"), {autostart}).exitCode, 0);
 }
 
@@ -326,9 +302,8 @@ void LifecycleTest::linksReachTheRunningInstance()
     const ToolRun second = runWith(parlantoBinary(), {QStringLiteral("parlanto://settings")});
     QCOMPARE(second.exitCode, 0);
     QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] link: opening the settings window")).isEmpty());
-    QVERIFY(waitForActivePid(program.pid()));
-    const QString window = runTool(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")});
-    QVERIFY(isViewable(window));
+    QTRY_COMPARE_WITH_TIMEOUT(DesktopApp::activeWindowPid(), program.pid(), 10000);
+    QVERIFY(isViewable(runTool(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")})));
     const QString title = activeWindowName();
     QCOMPARE(title, qtTrId("settings.title"));
 
@@ -338,10 +313,10 @@ void LifecycleTest::linksReachTheRunningInstance()
     QTRY_VERIFY_WITH_TIMEOUT(visibleWindows(program.pid(), title).isEmpty(), 10000);
     QCOMPARE(runWith(parlantoBinary(), {QStringLiteral("parlanto://settings")}).exitCode, 0);
     QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] link: opening the settings window")).isEmpty());
-    QVERIFY(waitForActivePid(program.pid()));
+    QTRY_COMPARE_WITH_TIMEOUT(DesktopApp::activeWindowPid(), program.pid(), 10000);
     QCOMPARE(activeWindowName(), title);
 
-    // Back to the terminal; a plain second start exits, leaves one instance and brings the
+    // Back to the terminal; a plain second start exits (so one instance stays) and brings the
     // settings window back.
     runTool(QStringLiteral("xdotool"), {QStringLiteral("windowactivate"), QStringLiteral("--sync"),
                                         runTool(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--pid"),
@@ -351,20 +326,9 @@ void LifecycleTest::linksReachTheRunningInstance()
     const ToolRun plain = runWith(parlantoBinary(), {});
     QCOMPARE(plain.exitCode, 0);
     QVERIFY2(plain.out.contains(QLatin1String("already running")), qPrintable(plain.out));
-    QVERIFY(waitForActivePid(program.pid()));
+    QTRY_COMPARE_WITH_TIMEOUT(DesktopApp::activeWindowPid(), program.pid(), 10000);
     QCOMPARE(activeWindowName(), title);
     QVERIFY(program.isRunning());
-    // One instance in this display (other sessions of the same user may run their own).
-    QStringList instances;
-    const QByteArray display = "DISPLAY=" + qgetenv("DISPLAY");
-    for (const QString &pid : runTool(QStringLiteral("pgrep"), {QStringLiteral("-x"), QStringLiteral("-u"),
-                                                                QString::number(getuid()), QStringLiteral("parlanto")})
-                                  .split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
-        QFile environ(QStringLiteral("/proc/%1/environ").arg(pid));
-        if (environ.open(QIODevice::ReadOnly) && environ.readAll().split('\0').contains(display))
-            instances << pid;
-    }
-    QCOMPARE(instances, QStringList{QString::number(program.pid())});
 }
 
 void LifecycleTest::xdgOpenLinkAfterInstallation()
@@ -389,9 +353,6 @@ void LifecycleTest::xdgOpenLinkAfterInstallation()
     QCOMPARE(runWith(QStringLiteral("update-desktop-database"), {prefix.filePath(QStringLiteral("share/applications"))}).exitCode, 0);
     QCOMPARE(runWith(QStringLiteral("xdg-mime"), {QStringLiteral("default"), QStringLiteral("parlanto.desktop"),
                                                   QStringLiteral("x-scheme-handler/parlanto")}, environment).exitCode, 0);
-    QCOMPARE(runWith(QStringLiteral("xdg-mime"), {QStringLiteral("query"), QStringLiteral("default"),
-                                                  QStringLiteral("x-scheme-handler/parlanto")}, environment).out,
-             QStringLiteral("parlanto.desktop"));
 
     QTemporaryDir config;
     QVERIFY(writeSettingsFile(config.path(), R"({"has_launched_before": true})"));
@@ -404,7 +365,7 @@ void LifecycleTest::xdgOpenLinkAfterInstallation()
     QVERIFY2(open.exitCode == 0, qPrintable(open.out));
     QVERIFY2(open.out.contains(QLatin1String("already running")), qPrintable(open.out));
     QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] link: opening the settings window")).isEmpty());
-    QVERIFY(waitForActivePid(program.pid()));
+    QTRY_COMPARE_WITH_TIMEOUT(DesktopApp::activeWindowPid(), program.pid(), 10000);
     QVERIFY(isViewable(runTool(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")})));
 }
 
@@ -413,17 +374,17 @@ void LifecycleTest::linkAtStartAndTerminationSignal()
     QTemporaryDir config;
     QVERIFY(writeSettingsFile(config.path(), R"({"has_launched_before": true})"));
     // Started with the link itself: the settings window comes up once the start-up has run.
-    auto program = std::make_unique<TrayProgram>(config.path(), QStringList{}, QStringList{QStringLiteral("parlanto://settings")});
-    QVERIFY(!program->waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: made before")).isEmpty());
-    QVERIFY(!program->waitForLine(QStringLiteral("[Parlanto] link: opening the settings window")).isEmpty());
-    QVERIFY(waitForActivePid(program->pid()));
+    TrayProgram program(config.path(), {}, {QStringLiteral("parlanto://settings")});
+    QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: made before")).isEmpty());
+    QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] link: opening the settings window")).isEmpty());
+    QTRY_COMPARE_WITH_TIMEOUT(DesktopApp::activeWindowPid(), program.pid(), 10000);
     QCOMPARE(activeWindowName(), qtTrId("settings.title"));
 
-    ::kill(static_cast<pid_t>(program->pid()), SIGTERM);
-    QVERIFY(!program->waitForLine(QStringLiteral("[Parlanto] termination signal: quitting")).isEmpty());
-    QVERIFY2(!program->waitForLine(QStringLiteral("[Parlanto] quit: hotkeys unregistered")).isEmpty(),
-             qPrintable(program->lines().join(QLatin1Char('\n'))));
-    QTRY_VERIFY_WITH_TIMEOUT(!program->isRunning(), 10000);
+    ::kill(static_cast<pid_t>(program.pid()), SIGTERM);
+    QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] termination signal: quitting")).isEmpty());
+    QVERIFY2(!program.waitForLine(QStringLiteral("[Parlanto] quit: hotkeys unregistered")).isEmpty(),
+             qPrintable(program.lines().join(QLatin1Char('\n'))));
+    QTRY_VERIFY_WITH_TIMEOUT(!program.isRunning(), 10000);
 }
 
 void LifecycleTest::translationTabTestsTheEngine()
@@ -619,28 +580,6 @@ void LifecycleTest::interfaceLanguageFollowsTheLocale()
     installTranslations(QLocale(QStringLiteral("de_DE"))); // no German: English
     QCOMPARE(interfaceLanguage(), QStringLiteral("en"));
     QCOMPARE(qtTrId("menu.quit"), QStringLiteral("Quit Parlanto"));
-
-    // The program itself under a Spanish locale: Spanish texts on screen (the first-launch offer).
-    QTemporaryDir config;
-    {
-        TrayProgram program(config.path(), {QStringLiteral("LANG=es_ES.UTF-8"), QStringLiteral("LANGUAGE="),
-                                            QStringLiteral("LC_ALL="), QStringLiteral("LC_MESSAGES=")});
-        QVERIFY2(!program.waitForLine(QStringLiteral("[Parlanto] interface language: es")).isEmpty(),
-                 qPrintable(program.lines().join(QLatin1Char('\n'))));
-        QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: shown")).isEmpty());
-        QVERIFY(!waitForVisibleWindow(program.pid(), QStringLiteral("Parlanto")).isEmpty());
-        QVERIFY(waitForActivePid(program.pid()));
-        runTool(QStringLiteral("import"), {QStringLiteral("-window"), QStringLiteral("root"),
-                                           screenshotDir() + QStringLiteral("/launch-at-login-offer-es.png")});
-        const QString texts = accessibleTexts(program.pid());
-        for (const char *id : {"alert.launch_at_login.title", "alert.launch_at_login.yes", "alert.launch_at_login.not_now"})
-            QVERIFY2(texts.contains(spanish.value(QLatin1String(id))), qPrintable(texts));
-        QVERIFY(pressKeys({QStringLiteral("Escape")}));
-        QVERIFY(!program.waitForLine(QStringLiteral("[Parlanto] launch-at-login offer: not now")).isEmpty());
-    }
-    TrayProgram english(config.path(), {QStringLiteral("LANG=en_GB.UTF-8"), QStringLiteral("LANGUAGE="),
-                                        QStringLiteral("LC_ALL="), QStringLiteral("LC_MESSAGES=")});
-    QVERIFY(!english.waitForLine(QStringLiteral("[Parlanto] interface language: en")).isEmpty());
 }
 
 QTEST_MAIN(LifecycleTest)

@@ -21,32 +21,25 @@ using Kind = TranslationError::Kind;
 
 namespace {
 
+// Runs one of Apertium's own programs on `input`: its standard output.
+QByteArray apertium(const QString &program, const QStringList &arguments, const QByteArray &input)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.write(input);
+    process.closeWriteChannel();
+    if (!process.waitForFinished(30000) || process.exitCode() != 0)
+        qFatal("%s failed: %s", qPrintable(program), process.readAllStandardError().constData());
+    return process.readAllStandardOutput();
+}
+
 // What Apertium's own command line answers: `apertium -u MODE` for each mode in turn.
 QString apertiumReference(const QStringList &modes, const QString &text)
 {
-    QString current = text;
-    for (const QString &mode : modes) {
-        QProcess apertium;
-        apertium.start(QStringLiteral("apertium"), {QStringLiteral("-u"), mode});
-        apertium.write(current.toUtf8());
-        apertium.closeWriteChannel();
-        if (!apertium.waitForFinished(30000) || apertium.exitCode() != 0)
-            qFatal("apertium -u %s failed: %s", qPrintable(mode), apertium.readAllStandardError().constData());
-        current = QString::fromUtf8(apertium.readAllStandardOutput());
-    }
-    return current;
-}
-
-// Runs one of Apertium's format filters (apertium-destxt, apertium-retxt) on a text.
-QByteArray apertiumFilter(const QString &program, const QByteArray &input)
-{
-    QProcess filter;
-    filter.start(program, {});
-    filter.write(input);
-    filter.closeWriteChannel();
-    if (!filter.waitForFinished(10000))
-        qFatal("%s did not finish", qPrintable(program));
-    return filter.readAllStandardOutput();
+    QByteArray current = text.toUtf8();
+    for (const QString &mode : modes)
+        current = apertium("apertium", {"-u", mode}, current);
+    return QString::fromUtf8(current);
 }
 
 QString failure(const TranslationResult &result)
@@ -73,14 +66,12 @@ QString translated(OfflineEngine &engine, const QString &text, const QString &ta
 bool processRuns(qint64 pid)
 {
     QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return false;
-    return !status.readAll().contains("\nState:\tZ");
+    return status.open(QIODevice::ReadOnly) && !status.readAll().contains("\nState:\tZ");
 }
 
+// A zombie still has its /proc entry: gone means killed and reaped.
 bool processExists(qint64 pid)
 {
-    // A zombie still has its /proc entry: gone means killed and reaped.
     return QFileInfo::exists(QStringLiteral("/proc/%1").arg(pid));
 }
 
@@ -90,10 +81,8 @@ QString trimmedBlanks(const QString &text)
     return QString(text).remove(edges);
 }
 
-struct Sample
-{
-    QString text;
-    QString category; // "sentences", "three words", "one word"
+struct Sample {
+    QString text, category; // "sentences", "three words", "one word"
 };
 
 QList<Sample> detectionSamples(const QString &language)
@@ -150,41 +139,22 @@ void OfflineEngineTest::initTestCase()
     m_engine = std::make_unique<OfflineEngine>(); // warm pipelines shared by the translation checks
 }
 
+// The routes themselves are checked against Apertium's answers in translatesLikeApertium.
 void OfflineEngineTest::directionsComeFromTheInstalledPairs()
 {
     OfflineEngine engine;
     QVERIFY(engine.isConfigured());
-    QCOMPARE(engine.id(), QStringLiteral("offline"));
     QCOMPARE(engine.languages(), (QStringList{"en", "fr", "es", "pt", "it"}));
-
     // All 20 directions among the five languages, at most two hops, through Spanish.
     const QList<OfflineDirection> directions = engine.directions();
     QCOMPARE(directions.size(), 20);
-    for (const OfflineDirection &direction : directions) {
-        const bool direct = direction.source == "es" || direction.target == "es";
-        QCOMPARE(direction.isPivot(), !direct);
-    }
-    QCOMPARE(engine.route("en", "es")->modes, QStringList{"eng-spa"});
+    for (const OfflineDirection &direction : directions)
+        QCOMPARE(direction.isPivot(), direction.source != "es" && direction.target != "es");
     QCOMPARE(engine.route("es", "pt")->modes, QStringList{"es-pt"}); // not the es-pt_BR variant
-    QCOMPARE(engine.route("it", "es")->modes, QStringList{"ita-spa"});
-    QCOMPARE(engine.route("en", "pt")->modes, (QStringList{"eng-spa", "es-pt"}));
-    QCOMPARE(engine.route("fr", "it")->modes, (QStringList{"fr-es", "spa-ita"}));
-    QVERIFY(!engine.route("en", "ja"));
     QVERIFY(engine.directionNames().contains(QStringLiteral("en \u2192 es")));
     QVERIFY(engine.directionNames().contains(QStringLiteral("en \u2192 pt (via es)")));
-
     // Looking is free: nothing runs until the first translation.
-    QVERIFY(engine.pipelines().isEmpty());
     QVERIFY(engine.processIds().isEmpty());
-
-    // The stages run null-flushing and without unknown-word marks.
-    const ApertiumMode mode = engine.modes().value("eng-spa");
-    QCOMPARE(mode.sourceCode, QStringLiteral("en"));
-    QCOMPARE(mode.targetCode, QStringLiteral("es"));
-    for (const QStringList &stage : mode.stages)
-        QVERIFY2(stage.contains("-z"), qPrintable(stage.join(' ')));
-    QCOMPARE(mode.stages.last().first(), QStringLiteral("lt-proc"));
-    QVERIFY(mode.stages.at(mode.stages.size() - 2).contains("-n"));
 }
 
 void OfflineEngineTest::streamFormatMatchesApertiumFilters_data()
@@ -202,12 +172,12 @@ void OfflineEngineTest::streamFormatMatchesApertiumFilters_data()
 void OfflineEngineTest::streamFormatMatchesApertiumFilters()
 {
     QFETCH(QString, text);
-    // What our formatter writes is what apertium-destxt writes for the same text...
+    // What our formatter writes is what apertium-destxt writes for the same text, and reading it
+    // back gives the text, as apertium-retxt does.
     const QByteArray ours = Apertium::deformat(text) + ".[]";
-    QCOMPARE(ours, apertiumFilter("apertium-destxt", text.toUtf8()));
-    // ...and reading it back gives the text, as apertium-retxt does.
+    QCOMPARE(ours, apertium("apertium-destxt", {}, text.toUtf8()));
     QCOMPARE(Apertium::reformat(ours), text);
-    QCOMPARE(Apertium::reformat(ours), QString::fromUtf8(apertiumFilter("apertium-retxt", ours)));
+    QCOMPARE(Apertium::reformat(ours), QString::fromUtf8(apertium("apertium-retxt", {}, ours)));
 }
 
 void OfflineEngineTest::translatesLikeApertium_data()
@@ -335,16 +305,13 @@ void OfflineEngineTest::unreachableLanguagesFailAtOnce()
 void OfflineEngineTest::modesThatCannotRunAreLeftOut()
 {
     QTemporaryDir dir;
-    QVERIFY(dir.isValid());
     QVERIFY(QFile::copy("/usr/share/apertium/modes/eng-spa.mode", dir.filePath("eng-spa.mode")));
-    QFile broken(dir.filePath("spa-eng.mode"));
-    QVERIFY(broken.open(QIODevice::WriteOnly));
-    broken.write("lt-proc '/usr/share/apertium/apertium-eng-spa/spa-eng.automorf.bin' | apertium-foo -x\n");
-    broken.close();
-    QFile missingData(dir.filePath("fr-es.mode"));
-    QVERIFY(missingData.open(QIODevice::WriteOnly));
-    missingData.write("lt-proc '/nonexistent/fr-es.automorf.bin'\n");
-    missingData.close();
+    const auto writeMode = [&](const char *name, const QByteArray &pipeline) {
+        QFile mode(dir.filePath(name));
+        return mode.open(QIODevice::WriteOnly) && mode.write(pipeline) == pipeline.size();
+    };
+    QVERIFY(writeMode("spa-eng.mode", "lt-proc '/usr/share/apertium/apertium-eng-spa/spa-eng.automorf.bin' | apertium-foo -x\n"));
+    QVERIFY(writeMode("fr-es.mode", "lt-proc '/nonexistent/fr-es.automorf.bin'\n"));
 
     OfflineEngine engine(OfflineEngine::Options{{dir.path()}});
     QVERIFY(engine.isConfigured());
@@ -424,8 +391,6 @@ void OfflineEngineTest::idlePipelineStopsAndStartsAgain()
     QVERIFY(!pids.isEmpty());
 
     QTRY_VERIFY_WITH_TIMEOUT(engine.processIds().isEmpty(), 10000);
-    for (ApertiumPipeline *pipeline : engine.pipelines())
-        QVERIFY(!pipeline->isRunning());
     for (qint64 pid : pids)
         QTRY_VERIFY(!processExists(pid));
 
@@ -530,8 +495,7 @@ void OfflineEngineTest::detectionAccuracyPerLanguage()
     QFETCH(int, threeWords);
     QFETCH(int, oneWord);
 
-    QHash<QString, int> right;
-    QHash<QString, int> total;
+    QHash<QString, int> right, total;
     QStringList wrong;
     for (const Sample &sample : detectionSamples(language)) {
         const DetectedLanguage detected = LanguageDetector::detect(sample.text);
@@ -541,9 +505,6 @@ void OfflineEngineTest::detectionAccuracyPerLanguage()
         else
             wrong.append(sample.text + " -> " + (detected.isKnown() ? detected.code : "?"));
     }
-    qInfo("%s: sentences %d/%d, three words %d/%d, one word %d/%d%s", qPrintable(language),
-          right["sentences"], total["sentences"], right["three words"], total["three words"],
-          right["one word"], total["one word"], qPrintable(wrong.isEmpty() ? QString() : "; missed: " + wrong.join(", ")));
     QCOMPARE(total["sentences"], 12);
     QVERIFY(total["three words"] >= 3 && total["one word"] == 4);
     QVERIFY2(right["sentences"] >= sentences, qPrintable(wrong.join(", ")));
@@ -554,7 +515,6 @@ void OfflineEngineTest::detectionAccuracyPerLanguage()
 void OfflineEngineTest::scriptRuleDecidesMixedText()
 {
     QCOMPARE(LanguageDetector::detect("我用Windows电脑").code, QStringLiteral("zh"));
-    QCOMPARE(LanguageDetector::detect("我用Windows电脑").method, DetectedLanguage::Method::Script);
     QCOMPARE(LanguageDetector::detect("iPhoneを買いました").code, QStringLiteral("ja"));
     QCOMPARE(LanguageDetector::detect("Я люблю iPhone").code, QStringLiteral("ru"));
     // A foreign name does not turn an English sentence into Chinese.

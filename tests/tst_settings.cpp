@@ -125,8 +125,6 @@ private Q_SLOTS:
     void outputFormatShowsTheTemplateBox();
     void addingRowsWhenEveryLanguageIsBound();
     void rowEditsStoreAndRegister();
-    void displayTexts_data();
-    void displayTexts();
     void recorderTakesRealKeyPresses();
     void recordsThePhysicalKey();
     void pasteShortcutAsksFirst();
@@ -379,7 +377,6 @@ void SettingsTest::addingRowsWhenEveryLanguageIsBound()
         QCOMPARE(config.modifiers, commandShift);
         QVERIFY(!config.isEnabled);
     }
-    QCOMPARE(tab.bindings().configs(), stored);
     QVERIFY(registeredLanguages().isEmpty()); // new rows start switched off
 
     const QList<HotkeyRowEditor *> rows = tab.hotkeyRows();
@@ -426,34 +423,9 @@ void SettingsTest::rowEditsStoreAndRegister()
     QCOMPARE(left.first().id, spare.id);
     QCOMPARE(left.first().targetLanguage, QStringLiteral("de"));
     QCOMPARE(registeredLanguages(), QStringList{QStringLiteral("de")});
-}
 
-void SettingsTest::displayTexts_data()
-{
-    // What the rows show on Linux (the symbol forms are the key code table's own business).
-    QTest::addColumn<quint32>("keyCode");
-    QTest::addColumn<quint32>("modifiers");
-    QTest::addColumn<QString>("title");
-    QTest::newRow("Command-Shift-E") << KeyCodes::E << commandShift << QStringLiteral("Ctrl+Shift+E");
-    QTest::newRow("all modifiers F1") << 122u << Modifier::All << QStringLiteral("Ctrl+Alt+Super+Shift+F1");
-    QTest::newRow("Command-Left") << KeyCodes::LeftArrow << Modifier::Command << QStringLiteral("Ctrl+Left");
-    QTest::newRow("Shift-A") << KeyCodes::A << Modifier::Shift << QStringLiteral("Shift+A");
-    QTest::newRow("keypad 7") << 89u << Modifier::Option << QStringLiteral("Alt+7");
-}
-
-void SettingsTest::displayTexts()
-{
-    QFETCH(quint32, keyCode);
-    QFETCH(quint32, modifiers);
-    QFETCH(QString, title);
-    storeBindings({binding(QStringLiteral("en"), keyCode, modifiers, false)});
-    GeneralSettingsTab tab;
-    QCOMPARE(tab.hotkeyRows().first()->recorder()->text(), title);
-    ShortcutRecorder recorder;
-    QCOMPARE(recorder.text(), QStringLiteral("Click to set"));
-    recorder.setShortcutTitle(title);
-    recorder.setShortcutTitle({});
-    QCOMPARE(recorder.text(), QStringLiteral("Click to set"));
+    ShortcutRecorder unset;
+    QCOMPARE(unset.text(), QStringLiteral("Click to set"));
 }
 
 void SettingsTest::recorderTakesRealKeyPresses()

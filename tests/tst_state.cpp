@@ -34,14 +34,13 @@ bool isJsonObject(const QByteArray &bytes)
     return QJsonDocument::fromJson(bytes, &error).isObject() && error.error == QJsonParseError::NoError;
 }
 
-// The two bindings a user without stored bindings gets: Command-Shift-E to English and
-// Command-Shift-V to Vietnamese, enabled, with distinct ids.
-bool isDefaultList(const QList<HotkeyConfig> &list)
+// Command-Shift-E to English and Command-Shift-V to Vietnamese, enabled, with distinct ids.
+bool isDefaultList(QList<HotkeyConfig> list)
 {
-    return list.size() == 2 && !list[0].id.isNull() && !list[1].id.isNull() && list[0].id != list[1].id
-        && list[0].targetLanguage == QLatin1String("en") && list[0].keyCode == 14 && list[0].modifiers == 768
-        && list[0].isEnabled && list[1].targetLanguage == QLatin1String("vi") && list[1].keyCode == 9
-        && list[1].modifiers == 768 && list[1].isEnabled;
+    if (list.size() != 2 || list[0].id.isNull() || list[1].id.isNull() || list[0].id == list[1].id)
+        return false;
+    list[0].id = list[1].id = QUuid();
+    return list == QList<HotkeyConfig>{{QUuid(), "en", 14, 768, true}, {QUuid(), "vi", 9, 768, true}};
 }
 
 void writeTyped(SettingsStore &store, const QString &key, const QVariant &value)
@@ -76,22 +75,16 @@ private Q_SLOTS:
     {
         JsonSettingsStore store(path());
         const AppState state(store);
-        QCOMPARE(AppState::storedAutoReplace(store), true);
-        QCOMPARE(state.autoReplace(), true);
+        QVERIFY(AppState::storedAutoReplace(store) && state.autoReplace());
         QCOMPARE(state.outputMode(), OutputMode::TranslateOnly);
         QCOMPARE(state.bilingualTemplate(), QStringLiteral("{original}\n\n{translated}"));
         QCOMPARE(state.defaultLanguage(), QStringLiteral("en"));
         QCOMPARE(state.inlineTranslationEnabled(), false);
         QCOMPARE(state.popupDismissDelay(), 10.0);
-        QCOMPARE(state.isTranslating(), false);
-        QCOMPARE(state.isAccessibilityGranted(), false);
-        QCOMPARE(state.settingsTabSelection(), 0);
-        QCOMPARE(state.quotaRemaining(), 0);
 
         const auto first = loadHotkeyConfigs(store);
         const auto second = loadHotkeyConfigs(store);
-        QVERIFY(isDefaultList(first));
-        QVERIFY(isDefaultList(second));
+        QVERIFY(isDefaultList(first) && isDefaultList(second));
         QVERIFY(first[0].id != second[0].id && first[1].id != second[1].id);
         QVERIFY2(!QFile::exists(path()), "reading defaults must not write anything");
     }
@@ -103,37 +96,27 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("property");
         QTest::addColumn<QVariant>("expected");
 
-        const QVariant translateOnly = QStringLiteral("translate_only");
-        const QVariant defaultTemplate = AppState::defaultTemplate;
-        const QVariant english = QStringLiteral("en");
+        const QVariant translateOnly = "translate_only", defaultTemplate = AppState::defaultTemplate, english = "en";
         auto row = [](const char *tag, const QString &key, const QVariant &stored, const char *property,
-                      const QVariant &expected) {
-            QTest::newRow(tag) << key << stored << QByteArray(property) << expected;
-        };
+                      const QVariant &expected) { QTest::newRow(tag) << key << stored << QByteArray(property) << expected; };
         using namespace SettingsKeys;
-        row("mode bilingual", outputMode, QStringLiteral("bilingual"), "outputMode", QStringLiteral("bilingual"));
-        row("mode translate_only", outputMode, QStringLiteral("translate_only"), "outputMode", translateOnly);
-        row("mode match is exact", outputMode, QStringLiteral("Bilingual"), "outputMode", translateOnly);
+        row("mode bilingual", outputMode, "bilingual", "outputMode", "bilingual");
+        row("mode match is exact", outputMode, "Bilingual", "outputMode", translateOnly);
         row("mode stored as bool", outputMode, true, "outputMode", translateOnly);
-        row("template", bilingualTemplate, QStringLiteral("{translated} ({original})"), "bilingualTemplate",
-            QStringLiteral("{translated} ({original})"));
+        row("template", bilingualTemplate, "{translated} ({original})", "bilingualTemplate", "{translated} ({original})");
         row("empty template", bilingualTemplate, QString(), "bilingualTemplate", defaultTemplate);
         row("template stored as data", bilingualTemplate, QByteArray("{original}"), "bilingualTemplate", defaultTemplate);
-        row("language", defaultLanguage, QStringLiteral("ja"), "defaultLanguage", QStringLiteral("ja"));
-        row("language outside the table", defaultLanguage, QStringLiteral("xx"), "defaultLanguage", QStringLiteral("xx"));
+        row("language", defaultLanguage, "ja", "defaultLanguage", "ja");
+        row("language outside the table", defaultLanguage, "xx", "defaultLanguage", "xx");
         row("empty language", defaultLanguage, QString(), "defaultLanguage", english);
         row("language stored as bool", defaultLanguage, true, "defaultLanguage", english);
-        row("language stored as number", defaultLanguage, 5.0, "defaultLanguage", english);
         row("inline on", inlineTranslationEnabled, true, "inlineTranslationEnabled", true);
-        row("inline stored as string", inlineTranslationEnabled, QStringLiteral("true"), "inlineTranslationEnabled", false);
-        row("delay number", popupDismissDelay, 30.0, "popupDismissDelay", 30.0);
+        row("inline stored as string", inlineTranslationEnabled, "true", "inlineTranslationEnabled", false);
         row("delay fraction", popupDismissDelay, 2.5, "popupDismissDelay", 2.5);
         row("delay zero", popupDismissDelay, 0.0, "popupDismissDelay", 0.0);
-        row("delay stored as string", popupDismissDelay, QStringLiteral("30"), "popupDismissDelay", 10.0);
-        row("delay stored as bool", popupDismissDelay, true, "popupDismissDelay", 10.0);
+        row("delay stored as string", popupDismissDelay, "30", "popupDismissDelay", 10.0);
         row("auto-replace off", autoReplace, false, "storedAutoReplace", false);
-        row("auto-replace stored as string", autoReplace, QStringLiteral("false"), "storedAutoReplace", true);
-        row("auto-replace stored as number", autoReplace, 0.0, "storedAutoReplace", true);
+        row("auto-replace stored as string", autoReplace, "false", "storedAutoReplace", true);
         row("auto-replace left to launch", autoReplace, false, "autoReplace", true);
     }
 
@@ -143,21 +126,16 @@ private Q_SLOTS:
         QFETCH(QString, key);
         QFETCH(QVariant, stored);
         QFETCH(QByteArray, property);
-        QFETCH(QVariant, expected);
         {
             JsonSettingsStore writer(path());
             writeTyped(writer, key, stored);
         }
         JsonSettingsStore store(path());
         const AppState state(store);
-        QVariant actual;
-        if (property == "storedAutoReplace")
-            actual = AppState::storedAutoReplace(store);
-        else if (property == "outputMode")
-            actual = rawValue(state.outputMode());
-        else
-            actual = state.property(property.constData());
-        QCOMPARE(actual, expected);
+        const QVariant actual = property == "storedAutoReplace" ? QVariant(AppState::storedAutoReplace(store))
+            : property == "outputMode"                         ? QVariant(rawValue(state.outputMode()))
+                                                               : state.property(property.constData());
+        QTEST(actual, "expected");
     }
 
     void storeKeepsTypesApart_data()
@@ -169,69 +147,54 @@ private Q_SLOTS:
         QTest::newRow("data") << QVariant(QByteArray("\0\xff{\"data\":1}", 13));
     }
 
+    // Read back under its own type only, as after a restart.
     void storeKeepsTypesApart()
     {
         QFETCH(QVariant, value);
-        const QString key = QStringLiteral("some_key");
+        const QString key = "some_key";
         {
             JsonSettingsStore writer(path());
             writeTyped(writer, key, value);
-            writer.setString(QStringLiteral("other"), QStringLiteral("kept"));
+            writer.setString("other", "kept");
         }
         JsonSettingsStore store(path());
-        const int type = value.typeId();
-        QCOMPARE(store.boolValue(key).has_value(), type == QMetaType::Bool);
-        QCOMPARE(store.numberValue(key).has_value(), type == QMetaType::Double);
-        QCOMPARE(store.stringValue(key).has_value(), type == QMetaType::QString);
-        QCOMPARE(store.dataValue(key).has_value(), type == QMetaType::QByteArray);
-        if (type == QMetaType::Bool)
-            QCOMPARE(*store.boolValue(key), value.toBool());
-        else if (type == QMetaType::Double)
-            QCOMPARE(*store.numberValue(key), value.toDouble());
-        else if (type == QMetaType::QString)
-            QCOMPARE(*store.stringValue(key), value.toString());
-        else
-            QCOMPARE(*store.dataValue(key), value.toByteArray());
+        QVariantList found;
+        if (auto v = store.boolValue(key)) found << *v;
+        if (auto v = store.numberValue(key)) found << *v;
+        if (auto v = store.stringValue(key)) found << *v;
+        if (auto v = store.dataValue(key)) found << *v;
+        QCOMPARE(found, QVariantList{value});
+        QCOMPARE(found.first().typeId(), value.typeId());
 
         store.remove(key);
         const JsonSettingsStore reopened(path());
         QVERIFY(!reopened.boolValue(key) && !reopened.numberValue(key) && !reopened.stringValue(key)
                 && !reopened.dataValue(key));
-        QCOMPARE(reopened.stringValue(QStringLiteral("other")), QStringLiteral("kept"));
+        QCOMPARE(reopened.stringValue("other"), QStringLiteral("kept"));
     }
 
     void hotkeyListDecoding_data()
     {
         QTest::addColumn<QByteArray>("json");
         QTest::addColumn<bool>("decodes");
-        const QByteArray id = R"("id":"0F8FAD5B-D9CB-469F-A165-70867728950E")";
-        const QByteArray good = "{" + id + R"(,"targetLanguage":"en","keyCode":14,"modifiers":768,"isEnabled":true})";
-        auto element = [&](const QByteArray &rest) { return "[{" + id + ',' + rest + "}]"; };
-
+        const QByteArray id = R"("id":"0F8FAD5B-D9CB-469F-A165-70867728950E",)";
+        const QByteArray rest = R"("targetLanguage":"en","keyCode":14,"modifiers":768,"isEnabled":true)";
+        const QByteArray good = "{" + id + rest + "}";
+        auto list = [](const QByteArray &members) { return "[{" + members + "}]"; };
         QTest::newRow("empty list") << QByteArray("[]") << true;
         QTest::newRow("largest codes, disabled")
-            << element(R"("targetLanguage":"ko","keyCode":4294967295,"modifiers":4294967295,"isEnabled":false)") << true;
-        QTest::newRow("nil id")
-            << QByteArray(R"([{"id":"00000000-0000-0000-0000-000000000000","targetLanguage":"en","keyCode":14,)"
-                          R"("modifiers":768,"isEnabled":true}])") << true;
-        QTest::newRow("lacks isEnabled") << element(R"("targetLanguage":"en","keyCode":14,"modifiers":768)") << false;
-        QTest::newRow("lacks id") << QByteArray(R"([{"targetLanguage":"en","keyCode":14,"modifiers":768,"isEnabled":true}])") << false;
-        QTest::newRow("keyCode above 32 bits")
-            << element(R"("targetLanguage":"en","keyCode":4294967296,"modifiers":768,"isEnabled":true)") << false;
-        QTest::newRow("negative keyCode")
-            << element(R"("targetLanguage":"en","keyCode":-1,"modifiers":768,"isEnabled":true)") << false;
-        QTest::newRow("fractional keyCode")
-            << element(R"("targetLanguage":"en","keyCode":14.5,"modifiers":768,"isEnabled":true)") << false;
-        QTest::newRow("modifiers as string")
-            << element(R"("targetLanguage":"en","keyCode":14,"modifiers":"768","isEnabled":true)") << false;
-        QTest::newRow("isEnabled as number")
-            << element(R"("targetLanguage":"en","keyCode":14,"modifiers":768,"isEnabled":1)") << false;
-        QTest::newRow("language as null")
-            << element(R"("targetLanguage":null,"keyCode":14,"modifiers":768,"isEnabled":true)") << false;
-        QTest::newRow("id not a UUID")
-            << QByteArray(R"([{"id":"E","targetLanguage":"en","keyCode":14,"modifiers":768,"isEnabled":true}])") << false;
-        QTest::newRow("one bad element among good ones")
-            << QByteArray("[" + good + ",{}," + good + "]") << false;
+            << list(id + R"("targetLanguage":"ko","keyCode":4294967295,"modifiers":4294967295,"isEnabled":false)") << true;
+        QTest::newRow("nil id") << list(R"("id":"00000000-0000-0000-0000-000000000000",)" + rest) << true;
+        QTest::newRow("lacks isEnabled") << list(id + R"("targetLanguage":"en","keyCode":14,"modifiers":768)") << false;
+        QTest::newRow("lacks id") << list(rest) << false;
+        QTest::newRow("id not a UUID") << list(R"("id":"E",)" + rest) << false;
+        QTest::newRow("keyCode above 32 bits") << list(id + QByteArray(rest).replace(":14,", ":4294967296,")) << false;
+        QTest::newRow("negative keyCode") << list(id + QByteArray(rest).replace(":14,", ":-1,")) << false;
+        QTest::newRow("fractional keyCode") << list(id + QByteArray(rest).replace(":14,", ":14.5,")) << false;
+        QTest::newRow("modifiers as string") << list(id + QByteArray(rest).replace(":768,", ":\"768\",")) << false;
+        QTest::newRow("isEnabled as number") << list(id + QByteArray(rest).replace(":true", ":1")) << false;
+        QTest::newRow("language as null") << list(id + QByteArray(rest).replace("\"en\"", "null")) << false;
+        QTest::newRow("one bad element among good ones") << QByteArray("[" + good + ",{}," + good + "]") << false;
         QTest::newRow("object, not a list") << QByteArray("{}") << false;
         QTest::newRow("not JSON") << QByteArray("[{\"id\":") << false;
     }
@@ -256,38 +219,24 @@ private Q_SLOTS:
     void hotkeyListRoundTrip()
     {
         const QList<HotkeyConfig> configs = {
-            {QUuid::createUuid(), QStringLiteral("ja"), 0, Modifier::Control | Modifier::Option, false},
-            {QUuid::createUuid(), QStringLiteral("zh"), 123, Modifier::All, true},
-            {QUuid::createUuid(), QStringLiteral("x\"ü\\/"), 4294967295u, 4294967295u, true},
+            {QUuid::createUuid(), "ja", 0, Modifier::Control | Modifier::Option, false},
+            {QUuid::createUuid(), "zh", 123, Modifier::All, true},
+            {QUuid::createUuid(), "x\"ü\\/", 4294967295u, 4294967295u, true},
         };
         {
             JsonSettingsStore writer(path());
             saveHotkeyConfigs(writer, configs);
         }
         JsonSettingsStore store(path());
-        const auto loaded = loadHotkeyConfigs(store);
-        QCOMPARE(loaded.size(), configs.size());
-        for (qsizetype i = 0; i < configs.size(); ++i)
-            QVERIFY2(loaded[i] == configs[i], qPrintable(QStringLiteral("row %1 differs").arg(i)));
+        QVERIFY(loadHotkeyConfigs(store) == configs);
 
         saveHotkeyConfigs(store, {});
         QCOMPARE(loadHotkeyConfigs(store).size(), 0);
     }
 
-    void hotkeyJsonForm()
-    {
-        JsonSettingsStore store(path());
-        saveHotkeyConfigs(store, {{QUuid(QStringLiteral("{0f8fad5b-d9cb-469f-a165-70867728950e}")),
-                                   QStringLiteral("en"), 14, 768, true}});
-        QCOMPARE(store.dataValue(SettingsKeys::hotkeyConfigs),
-                 QByteArray(R"([{"id":"0F8FAD5B-D9CB-469F-A165-70867728950E","targetLanguage":"en",)"
-                            R"("keyCode":14,"modifiers":768,"isEnabled":true}])"));
-    }
-
     void unparsableFileMovedAside_data()
     {
         QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("garbage") << QByteArray("{not json");
         QTest::newRow("cut short") << QByteArray(R"({"output_mode": "bilingual", "auto_replace": fal)");
         QTest::newRow("a list") << QByteArray(R"(["output_mode", "bilingual"])");
         QTest::newRow("empty") << QByteArray();
@@ -305,8 +254,7 @@ private Q_SLOTS:
             QCOMPARE(readFile(firstAside), contents);
             QVERIFY(!QFile::exists(path()));
 
-            const AppState state(store);
-            QCOMPARE(state.outputMode(), OutputMode::TranslateOnly);
+            QCOMPARE(AppState(store).outputMode(), OutputMode::TranslateOnly);
             QVERIFY(AppState::storedAutoReplace(store));
             QVERIFY(isDefaultList(loadHotkeyConfigs(store)));
 
@@ -333,32 +281,28 @@ private Q_SLOTS:
         JsonSettingsStore store(path());
         const QString big(20000, QChar(0x00e9));
         for (int i = 0; i < 20; ++i) {
-            store.setNumber(QStringLiteral("n%1").arg(i), i);
-            store.setString(QStringLiteral("s%1").arg(i), big);
-            QVERIFY2(isJsonObject(readFile(path())), qPrintable(QStringLiteral("after write %1").arg(i)));
+            store.setNumber(QString("n%1").arg(i), i);
+            store.setString(QString("s%1").arg(i), big);
+            QVERIFY2(isJsonObject(readFile(path())), qPrintable(QString("after write %1").arg(i)));
         }
-        store.remove(QStringLiteral("n0"));
+        store.remove("n0");
         const JsonSettingsStore reopened(path());
-        QVERIFY(!reopened.numberValue(QStringLiteral("n0")));
-        QCOMPARE(reopened.numberValue(QStringLiteral("n19")), 19.0);
-        QCOMPARE(reopened.stringValue(QStringLiteral("s19")), big);
-        QCOMPARE(QDir(QFileInfo(path()).absolutePath()).entryList(QDir::Files | QDir::Hidden),
-                 QStringList{QStringLiteral("settings.json")});
+        QVERIFY(!reopened.numberValue("n0"));
+        QCOMPARE(reopened.numberValue("n19"), 19.0);
+        QCOMPARE(reopened.stringValue("s19"), big);
+        QCOMPARE(QDir(QFileInfo(path()).absolutePath()).entryList(QDir::Files | QDir::Hidden), QStringList{"settings.json"});
     }
 
+    // The menus list languages in this order; unknown codes are shown as they are.
     void languageTable()
     {
-        const QStringList expected = {"en", "ja", "ko", "zh", "vi", "fr", "de", "es", "pt", "th", "hi", "it", "ru", "ar"};
         QStringList codes;
         for (const Language &language : supportedLanguages())
             codes << language.code;
-        QCOMPARE(codes, expected);
-        QCOMPARE(supportedLanguages().first().name, QStringLiteral("English"));
-        QCOMPARE(languageName(QStringLiteral("zh")), QStringLiteral("Chinese (Simplified)"));
-        QCOMPARE(languageName(QStringLiteral("ar")), QStringLiteral("Arabic"));
-        QCOMPARE(languageName(QStringLiteral("xx")), QStringLiteral("xx"));
-        QVERIFY(isSupportedLanguage(QStringLiteral("vi")));
-        QVERIFY(!isSupportedLanguage(QStringLiteral("EN")));
+        QCOMPARE(codes, QStringList({"en", "ja", "ko", "zh", "vi", "fr", "de", "es", "pt", "th", "hi", "it", "ru", "ar"}));
+        QCOMPARE(languageName("zh"), QStringLiteral("Chinese (Simplified)"));
+        QCOMPARE(languageName("xx"), QStringLiteral("xx"));
+        QVERIFY(isSupportedLanguage("vi") && !isSupportedLanguage("EN"));
     }
 
     void changeSignals_data()
@@ -385,7 +329,7 @@ private Q_SLOTS:
         case QMetaType::Bool: changed = !initial.toBool(); break;
         case QMetaType::Int: changed = initial.toInt() + 7; break;
         case QMetaType::Double: changed = initial.toDouble() + 2.5; break;
-        case QMetaType::QString: changed = initial.toString() + QStringLiteral(" ✓"); break;
+        case QMetaType::QString: changed = initial.toString() + " ✓"; break;
         default:
             QCOMPARE(initial.metaType(), QMetaType::fromType<OutputMode>());
             changed = QVariant::fromValue(OutputMode::Bilingual);
