@@ -2,6 +2,7 @@
 // window (entry, read-only text view, password entry), mousepad (a GTK editor from Debian) and
 // our own Qt editor. The same text, holding characters beyond the BMP and combining accents,
 // must give the same character ranges whatever unit the toolkit counts in.
+#include "support/LogCapture.h"
 #include "support/DesktopApp.h"
 #include "support/TestSupport.h"
 #include "system/Accessibility.h"
@@ -68,38 +69,6 @@ double highlightShare(const QImage &screen, const QRect &area)
     }
     return total ? double(hits) / total : 0.0;
 }
-
-// What this process writes to standard output (the log lines) while it lives, passed on afterwards.
-class StdoutCapture
-{
-public:
-    StdoutCapture()
-    {
-        std::fflush(stdout);
-        m_file.open();
-        m_saved = ::dup(STDOUT_FILENO);
-        ::dup2(m_file.handle(), STDOUT_FILENO);
-    }
-    ~StdoutCapture() { finish(); }
-    QString finish()
-    {
-        if (m_saved >= 0) {
-            std::fflush(stdout);
-            ::dup2(m_saved, STDOUT_FILENO);
-            ::close(m_saved);
-            m_saved = -1;
-            m_file.seek(0);
-            m_text = QString::fromUtf8(m_file.readAll());
-            std::fputs(m_text.toUtf8().constData(), stdout);
-        }
-        return m_text;
-    }
-
-private:
-    QTemporaryFile m_file;
-    int m_saved = -1;
-    QString m_text;
-};
 
 } // namespace
 
@@ -174,7 +143,7 @@ void AccessibilityTest::fieldsOfRealApplications()
     QFETCH(bool, password);
 
     const QString secret = "hunter2-do-not-read";
-    StdoutCapture log;
+    LogCapture log;
     QTemporaryDir dir;
     std::unique_ptr<DesktopApp> app;
     if (application == "gtk") {
@@ -297,7 +266,7 @@ void AccessibilityTest::focusFollowsTheActiveWindow()
 
     // Windows that expose nothing: xterm (it names its process), xlogo (it does not). The GTK
     // entry may well keep its focused state meanwhile; it is not what the user is typing into.
-    for (const QString &program : {"xterm", "xlogo"}) {
+    for (const QString &program : {QStringLiteral("xterm"), QStringLiteral("xlogo")}) {
         std::unique_ptr<DesktopApp> other = DesktopApp::program(program, {});
         QVERIFY(other);
         QTRY_VERIFY_WITH_TIMEOUT(DesktopApp::activeWindowPid() != pid
@@ -337,7 +306,7 @@ void AccessibilityTest::ourOwnWindowIsNeverAsked()
 
 void AccessibilityTest::hungApplicationCostsOneBoundedDelay()
 {
-    StdoutCapture log;
+    LogCapture log;
     std::unique_ptr<DesktopApp> app = DesktopApp::gtkFields({"--text", sample, "--hang", "5"});
     QVERIFY(app && app->waitUntilActive());
     const qint64 pid = app->pid();

@@ -2,6 +2,7 @@
 // registrar, then the X11 grabs in the desktop session with real key events (xdotool, XTest),
 // a second X client holding a shortcut, lock keys and other keyboard layouts.
 #include "state/HotkeyConfig.h"
+#include "support/LogCapture.h"
 #include "system/HotkeyManager.h"
 #include "system/x11/X11Keymap.h"
 
@@ -10,7 +11,6 @@
 #include <QHash>
 #include <QProcess>
 #include <QSignalSpy>
-#include <QTemporaryFile>
 #include <QTest>
 #include <QThread>
 #include <cstdio>
@@ -34,35 +34,6 @@ QList<quint32> idsOf(const QList<HotkeyManager::Registration> &registrations)
     for (const auto &registration : registrations) ids << registration.id;
     return ids;
 }
-
-// What this process writes on standard output meanwhile, line by line.
-class StdoutCapture
-{
-public:
-    StdoutCapture()
-    {
-        m_file.open();
-        std::fflush(stdout);
-        m_saved = ::dup(STDOUT_FILENO);
-        ::dup2(m_file.handle(), STDOUT_FILENO);
-    }
-    ~StdoutCapture() { lines(); }
-    QStringList lines()
-    {
-        if (m_saved >= 0) {
-            std::fflush(stdout);
-            ::dup2(m_saved, STDOUT_FILENO);
-            ::close(m_saved);
-            m_saved = -1;
-        }
-        m_file.seek(0);
-        return QString::fromUtf8(m_file.readAll()).split('\n', Qt::SkipEmptyParts);
-    }
-
-private:
-    QTemporaryFile m_file;
-    int m_saved = -1;
-};
 
 struct Notice {
     QString identifier, title, body;
@@ -244,7 +215,7 @@ private slots:
         const QList<HotkeyConfig> list{binding("en", keyE), binding("it", keyZ, commandShift, false),
                                        binding("de", keyD), binding("fr", keyF, Modifier::Command | Modifier::Option),
                                        binding("ja", keyA)};  // key code 0: "no key recorded"
-        StdoutCapture capture;
+        LogCapture capture;
         m_manager->registerHotkeys(list, true);  // from the settings
         QCOMPARE(capture.lines(), (QStringList{
                                       "[HotkeyManager] Registered hotkey 1 → en: Ctrl+Shift+E",
@@ -275,7 +246,7 @@ private slots:
         const QList<HotkeyConfig> list{binding("en", keyE), binding("vi", keyV)};
         m_manager->registerHotkeys(list, true);
         QCOMPARE(idsOf(m_manager->registeredHotkeys()), (QList<quint32>{1, 2}));
-        StdoutCapture capture;
+        LogCapture capture;
         m_scripted->refuseLater(2, 10);
         QCOMPARE(capture.lines(), QStringList{"[HotkeyManager] Failed to register hotkey: 10"});
         QCOMPARE(idsOf(m_manager->registeredHotkeys()), QList<quint32>{1});
@@ -303,7 +274,7 @@ private slots:
         auto registrar = std::make_unique<ScriptedRegistrar>();
         registrar->installStatus = -50;
         m_scripted = registrar.get();
-        StdoutCapture capture;
+        LogCapture capture;
         makeManager(std::move(registrar));
         QCOMPARE(capture.lines(), QStringList{"[HotkeyManager] Failed to install event handler: -50"});
 
@@ -322,7 +293,7 @@ private slots:
         PressOrder order;
         order.order = &m_calls;
         qApp->installNativeEventFilter(&order);
-        StdoutCapture capture;
+        LogCapture capture;
         m_manager->registerHotkeys({binding("en", keyE), binding("vi", keyV)}, true);
         QCOMPARE(capture.lines(), (QStringList{"[HotkeyManager] Registered hotkey 1 → en: Ctrl+Shift+E",
                                                "[HotkeyManager] Registered hotkey 2 → vi: Ctrl+Shift+V"}));
@@ -371,7 +342,7 @@ private slots:
         // The same shortcut twice in our own list: the first binding keeps it.
         const QList<HotkeyConfig> list{binding("en", keyE), binding("vi", keyV), binding("fr", keyV)};
         {
-            StdoutCapture capture;
+            LogCapture capture;
             m_manager->registerHotkeys(list, true);  // from the settings
             QCOMPARE(capture.lines(), (QStringList{"[HotkeyManager] Failed to register hotkey: 10",
                                                    "[HotkeyManager] Registered hotkey 2 → vi: Ctrl+Shift+V",

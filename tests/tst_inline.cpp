@@ -14,6 +14,7 @@
 #include "state/Log.h"
 #include "state/SettingsKeys.h"
 #include "state/SettingsStore.h"
+#include "support/LogCapture.h"
 #include "support/ClipboardFormats.h"
 #include "support/DesktopApp.h"
 #include "support/LoopbackHttpServer.h"
@@ -43,7 +44,6 @@
 #include <QTest>
 #include <QCoro/QCoroTask>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 using Kind = KeystrokeBuffer::Outcome::Kind;
@@ -96,39 +96,6 @@ LoopbackHttpServer::Reply translation(const QString &text)
                                                                           {QStringLiteral("remaining_quota"), 9000}})
                                                      .toJson(QJsonDocument::Compact));
 }
-
-// The program's diagnostic lines, caught while the test runs (and shown again at its end).
-class LogCapture
-{
-public:
-    explicit LogCapture(const QString &path) : m_path(path)
-    {
-        std::fflush(stderr);
-        m_saved = dup(STDERR_FILENO);
-        const int fd = open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-        dup2(fd, STDERR_FILENO);
-        close(fd);
-        setLogToStandardError(true);
-    }
-    ~LogCapture()
-    {
-        std::fflush(stderr);
-        dup2(m_saved, STDERR_FILENO);
-        close(m_saved);
-        setLogToStandardError(false);
-        std::fputs(qPrintable(text()), stdout);
-    }
-    QString text() const
-    {
-        std::fflush(stderr);
-        return QString::fromUtf8(fileBytes(m_path));
-    }
-    int count(const QString &line) const { return int(text().count(line)); }
-
-private:
-    QString m_path;
-    int m_saved = -1;
-};
 
 } // namespace
 
@@ -266,7 +233,7 @@ void InlineTest::init()
     // A fresh service for every test: no reply left over from another one.
     m_server = std::make_unique<LoopbackHttpServer>();
     qputenv("PARLANTO_SERVICE_URL", m_server->url().toString().toUtf8());
-    m_log = std::make_unique<LogCapture>(path(QStringLiteral("log.txt")));
+    m_log = std::make_unique<LogCapture>();
     m_notices.clear();
     m_manager = std::make_unique<InlineTranslationManager>(
         InlineTranslationManager::Parts{AppState::shared(), PermissionChecker::shared(), *m_accessibility,
