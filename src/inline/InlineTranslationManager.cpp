@@ -327,6 +327,15 @@ QCoro::Task<> InlineTranslationManager::deleteTypedText(SourceRead read, int del
         // Only what is left of the typed text, never what was typed since: each round must gain.
         if (left <= 0 || left >= TextOffsets::characterCount(rest))
             co_return;
+        // A busy application may not have taken all our keys yet: more keys now would eat text
+        // in front. Only a reading that holds a moment later counts.
+        co_await QCoro::sleepFor(settleAfterDeleting);
+        if (!self)
+            co_return;
+        auto againTask = m_parts.accessibility.focusedElement(Accessibility::Read::WithText);
+        const std::optional<FocusedElement> again = co_await againTask;
+        if (!self || !again || again->id != field->id || again->text != field->text || again->caret != field->caret)
+            co_return;
         rest = TextOffsets::characterMid(*field->text, keep, left);
     }
 }
