@@ -29,11 +29,6 @@
 
 namespace {
 
-bool xdotool(const QStringList &arguments)
-{
-    return runToolRaw(QStringLiteral("xdotool"), arguments).exitCode == 0;
-}
-
 void setLayout(const QString &layout, const QString &variant = {})
 {
     QStringList arguments{layout};

@@ -3,6 +3,7 @@
 // GTK editor (mousepad) or our Qt editor, the hotkey is pressed with XTest, and what the user
 // sees is read back from outside: the editor's text over AT-SPI or its dump file, the clipboard
 // through xclip, the notices through the session bus, the popup through its accessibility tree.
+#include "support/NoticeWatch.h"
 #include "support/ClipboardFormats.h"
 #include "support/DesktopApp.h"
 #include "support/LoopbackHttpServer.h"
@@ -35,11 +36,6 @@ Reply translation(const QByteArray &text)
     return Reply::json(200, R"({"translated_text":")" + text + R"(","characters_used":10})");
 }
 
-bool xdotool(const QStringList &arguments)
-{
-    return runToolRaw(QStringLiteral("xdotool"), arguments).exitCode == 0;
-}
-
 // The showing objects of a process's accessibility tree (role, name, text, extents).
 QJsonArray accessibleObjects(qint64 pid)
 {
@@ -66,39 +62,6 @@ QJsonObject findObject(const QJsonArray &objects, const QString &role, const QSt
     }
     return {};
 }
-
-// Listens to the session bus for the notices the program posts.
-class NoticeWatch
-{
-public:
-    NoticeWatch()
-    {
-        runToolRaw(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
-        m_monitor.start(QStringLiteral("dbus-monitor"),
-                        {QStringLiteral("--session"),
-                         QStringLiteral("interface='org.freedesktop.Notifications',member='Notify'")});
-        m_monitor.waitForStarted();
-        QTest::qWait(300);
-    }
-    ~NoticeWatch()
-    {
-        m_monitor.terminate();
-        m_monitor.waitForFinished();
-        runToolRaw(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
-    }
-    QString calls()
-    {
-        m_seen += QString::fromUtf8(m_monitor.readAllStandardOutput());
-        return m_seen;
-    }
-    // Whether a notice with the identifier was posted (its identifier hint starts with it).
-    bool posted(const QString &identifier) { return calls().contains(QLatin1String("string \"") + identifier + QLatin1Char('-')); }
-    int count() { return int(calls().count(QLatin1String("member=Notify"))); }
-
-private:
-    QProcess m_monitor;
-    QString m_seen;
-};
 
 } // namespace
 
@@ -438,7 +401,7 @@ private Q_SLOTS:
             QCOMPARE(notices.count(), 0);
         } else {
             QTRY_VERIFY_WITH_TIMEOUT(notices.posted(notice), 8000);
-            QVERIFY2(notices.calls().contains(QLatin1String("string \"") + message + QLatin1Char('"')), qPrintable(notices.calls()));
+            QVERIFY2(notices.sawString(message), qPrintable(notices.calls()));
             QCOMPARE(notices.count(), 1);
         }
         QCOMPARE(m_server.requests().size(), before + (status ? 1 : 0));

@@ -2,6 +2,7 @@
 // AppState, the stored settings and the part of the program it drives; the hotkey rows; the
 // shortcut recorder fed with real XTest key presses (xdotool); a shortcut held by another X client
 // reported through the notification server; screenshots of the window.
+#include "support/NoticeWatch.h"
 #include "support/DesktopApp.h"
 #include "support/TestSupport.h"
 #include "support/TrayProgram.h"
@@ -573,12 +574,8 @@ void SettingsTest::shortcutHeldByAnotherClientGivesNotice()
     QTRY_VERIFY_WITH_TIMEOUT(grabber.canReadLine(), 10000);
     QCOMPARE(grabber.readLine().trimmed(), QByteArray("ready"));
 
-    QProcess monitor;
-    monitor.start(QStringLiteral("dbus-monitor"),
-                  {QStringLiteral("--session"), QStringLiteral("interface='org.freedesktop.Notifications',member='Notify'")});
-    QVERIFY(monitor.waitForStarted());
-    QTest::qWait(300);
-    runTool(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
+    auto watch = std::make_unique<NoticeWatch>();
+    QVERIFY(watch->isListening());
 
     const HotkeyConfig french = binding(QStringLiteral("fr"), KeyCodes::C, Modifier::Command | Modifier::Option, true);
     storeBindings({french});
@@ -590,14 +587,10 @@ void SettingsTest::shortcutHeldByAnotherClientGivesNotice()
     QTRY_COMPARE(row->recorder()->text(), QStringLiteral("Ctrl+Alt+K"));
     QVERIFY(registeredLanguages().isEmpty());
     QCOMPARE(loadHotkeyConfigs(*m_store).first().keyCode, 40u); // stored all the same
-    QString calls;
     const QString notice = QStringLiteral("string \"Ctrl+Alt+K couldn't be registered. It may already be in use by another app.\"");
-    const auto notices = [&] {
-        calls += QString::fromUtf8(monitor.readAllStandardOutput());
-        return calls.count(notice);
-    };
+    const auto notices = [&] { return int(watch->calls().count(notice)); };
     QTRY_COMPARE(notices(), 1);
-    QVERIFY2(calls.contains(QStringLiteral("string \"Parlanto \u2014 Shortcut Conflict\"")), qPrintable(calls));
+    QVERIFY2(watch->sawString(QStringLiteral("Parlanto \u2014 Shortcut Conflict")), qPrintable(watch->calls()));
 
     // Switching the row off says nothing; switching it on again tells once more.
     row->enableToggle()->click();
@@ -605,11 +598,9 @@ void SettingsTest::shortcutHeldByAnotherClientGivesNotice()
     QTRY_COMPARE(notices(), 2);
     QTest::qWait(300);
     QCOMPARE(notices(), 2);
-    monitor.terminate();
-    monitor.waitForFinished();
+    watch.reset();
     grabber.closeWriteChannel();
     QVERIFY(grabber.waitForFinished(5000));
-    runTool(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
 
     // Once the other client has let go, the same shortcut registers.
     row->enableToggle()->click();

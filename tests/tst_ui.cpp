@@ -1,6 +1,7 @@
 // What the user sees: the placement of the floating panels, the translation popup, the
 // progress pill, the tray item and the notifications, on the test session's real X server,
 // its tray and its notification server (dunst).
+#include "support/NoticeWatch.h"
 #include "support/TestSupport.h"
 #include "inline/InlineTranslationHUD.h"
 #include "state/SettingsKeys.h"
@@ -315,11 +316,8 @@ void UiTest::notificationsReachTheServerAndClicksCopy()
 {
     NotificationManager &notifications = NotificationManager::shared();
     QVERIFY2(notifications.isAuthorised(), "no notification server in the session");
-    QProcess monitor;
-    monitor.start(QStringLiteral("dbus-monitor"),
-                  {QStringLiteral("--session"), QStringLiteral("interface='org.freedesktop.Notifications',member='Notify'")});
-    QVERIFY(monitor.waitForStarted());
-    QTest::qWait(300);
+    NoticeWatch notices;
+    QVERIFY(notices.isListening());
     run(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
 
     const QString first = notifications.post(QStringLiteral("Parlanto"), QStringLiteral("Translation timed out"), {},
@@ -340,13 +338,10 @@ void UiTest::notificationsReachTheServerAndClicksCopy()
     QCOMPARE(QGuiApplication::clipboard()->text(), QStringLiteral("Bonjour tout le monde"));
 
     QTest::qWait(300);
-    monitor.terminate();
-    monitor.waitForFinished();
-    const QString calls = QString::fromUtf8(monitor.readAllStandardOutput());
-    QVERIFY2(calls.contains(QLatin1String("string \"Translation timed out\"")), qPrintable(calls));
-    QVERIFY(calls.contains(QLatin1String("string \"") + first + QLatin1Char('"')));
-    QVERIFY(calls.contains(QLatin1String("string \"Your translation is ready and on the clipboard. Click to copy it again.\"")));
-    QVERIFY(calls.contains(QLatin1String("string \"default\"")));
+    QVERIFY2(notices.sawString(QStringLiteral("Translation timed out")), qPrintable(notices.calls()));
+    QVERIFY(notices.sawString(first));
+    QVERIFY(notices.sawString(QStringLiteral("Your translation is ready and on the clipboard. Click to copy it again.")));
+    QVERIFY(notices.sawString(QStringLiteral("default")));
     run(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
 }
 

@@ -1,4 +1,5 @@
 #include "support/DesktopApp.h"
+#include "support/ClipboardFormats.h"
 
 #include <QCoreApplication>
 #include <QDeadlineTimer>
@@ -155,4 +156,9 @@ bool pressKeys(const QStringList &keys)
     QProcess process;
     process.start(QStringLiteral("xdotool"), QStringList{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("30")} + keys);
     return process.waitForFinished(10000) && process.exitCode() == 0;
+}
+
+bool xdotool(const QStringList &arguments)
+{
+    return runToolRaw(QStringLiteral("xdotool"), arguments).exitCode == 0;
 }

@@ -42,3 +42,5 @@ private:
 QString runTool(const QString &program, const QStringList &arguments);
 // Presses keys in the focused window with xdotool ("ctrl+Home", "shift+Right"...).
 bool pressKeys(const QStringList &keys);
+// Runs xdotool with the arguments while the event loop keeps turning; whether it succeeded.
+bool xdotool(const QStringList &arguments);
