@@ -253,18 +253,11 @@ QCoro::Task<> InlineTranslationManager::run(QString targetLanguage, int triggerL
     const int sourceLength = TextOffsets::characterCount(source);
     logLine(tag, QStringLiteral("AX source: '%1' (%2 chars)").arg(source).arg(sourceLength));
 
-    auto rectTask = cursorRect();
-    const std::optional<QRect> caret = co_await rectTask;
-    if (!self)
+    auto translateTask = translateShowingProgress(source, targetLanguage);
+    const std::optional<TranslationResult> answer = co_await translateTask;
+    if (!self || !answer)
         co_return;
-    InlineTranslationHUD::shared().show(caret);
-    logLine(tag, QStringLiteral("Calling API: '%1' \u2192 %2").arg(source, targetLanguage));
-
-    auto translateTask = m_parts.translation.translate(source, targetLanguage);
-    const TranslationResult result = co_await translateTask;
-    if (!self)
-        co_return;
-    InlineTranslationHUD::shared().hide();
+    const TranslationResult &result = *answer;
     if (!result.isOk()) {
         logLine(tag, QStringLiteral("\u2717 Error: ") + errorText(result.error()));
         showInlineError(result.error());
@@ -340,6 +333,24 @@ QCoro::Task<> InlineTranslationManager::deleteTypedText(SourceRead read, int del
     }
 }
 
+QCoro::Task<std::optional<TranslationResult>> InlineTranslationManager::translateShowingProgress(QString source,
+                                                                                               QString targetLanguage)
+{
+    QPointer<InlineTranslationManager> self(this);
+    auto rectTask = cursorRect();
+    const std::optional<QRect> caret = co_await rectTask;
+    if (!self)
+        co_return std::nullopt;
+    InlineTranslationHUD::shared().show(caret);
+    logLine(tag, QStringLiteral("Calling API: '%1' \u2192 %2").arg(source, targetLanguage));
+    auto translateTask = m_parts.translation.translate(source, targetLanguage);
+    TranslationResult result = co_await translateTask;
+    if (!self)
+        co_return std::nullopt;
+    InlineTranslationHUD::shared().hide();
+    co_return result;
+}
+
 QCoro::Task<> InlineTranslationManager::runFallback(QString targetLanguage, int triggerLength, QString applicationId)
 {
     QPointer<InlineTranslationManager> self(this);
@@ -372,17 +383,11 @@ QCoro::Task<> InlineTranslationManager::runFallback(QString targetLanguage, int 
         co_return;
     }
 
-    auto rectTask = cursorRect();
-    const std::optional<QRect> caret = co_await rectTask;
-    if (!self)
+    auto translateTask = translateShowingProgress(source, targetLanguage);
+    const std::optional<TranslationResult> answer = co_await translateTask;
+    if (!self || !answer)
         co_return;
-    InlineTranslationHUD::shared().show(caret);
-    logLine(tag, QStringLiteral("Calling API: '%1' \u2192 %2").arg(source, targetLanguage));
-    auto translateTask = m_parts.translation.translate(source, targetLanguage);
-    const TranslationResult result = co_await translateTask;
-    if (!self)
-        co_return;
-    InlineTranslationHUD::shared().hide();
+    const TranslationResult &result = *answer;
     if (!result.isOk()) {
         auto rightTask = m_parts.keys.pressRightArrow();
         co_await rightTask;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "inline/KeystrokeBuffer.h"
+#include "service/TranslationTypes.h"
 #include "system/Accessibility.h"
 #include "system/KeyWatcher.h"
 
@@ -90,6 +91,9 @@ private:
     QCoro::Task<SourceRead> readSourceViaAX(int triggerLength);
     QCoro::Task<> deleteTypedText(SourceRead read, int deleteCount);
     QCoro::Task<std::optional<QRect>> cursorRect();
+    // The engine's answer, with the progress pill at the caret meanwhile; none when this
+    // manager went away while waiting.
+    QCoro::Task<std::optional<TranslationResult>> translateShowingProgress(QString source, QString targetLanguage);
     QCoro::Task<> updateSessionStart();
     QString formatOutput(const QString &source, const QString &translation) const;
     void showInlineError(const TranslationError &error);
